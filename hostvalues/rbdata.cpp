@@ -1,0 +1,75 @@
+#include "hostvalues/rbdata.h"
+
+#include "diagnostics/debuglog.h"
+#include "shell/binding.h"
+
+namespace qvt {
+
+void rbData::clear() {
+    lockedString = nullptr;
+    lockedObject = nullptr;
+    ownsStringData = false;
+    data = nullptr;
+    size = 0;
+    next = nullptr;
+}
+
+void rbData::enforceNullDataHasNoSize() {
+    if (data || size == 0) return;
+    size = 0;
+    if (Debugging()) DebugLogText("data is NULL, so size fixed to zero.");
+}
+
+rbData::rbData() : stringData{} { clear(); }
+
+rbData::rbData(REALobject block, RBInteger offset, RBInteger requestedSize) : stringData{} {
+    clear();
+    if (!block) return;
+    lockedObject = block;
+    host::REALLockObject(block);
+    RBInteger known = requestedSize;
+    if (known == 0) {
+        known = host::memoryBlockGetSize(block);
+        if (known < 0) known = 0;
+    }
+    if (void *memory = host::memoryBlockGetPtr(block)) {
+        // Integer arithmetic: an offset that carries the address round to
+        // null must be seen, not be undefined.
+        data = reinterpret_cast<uint8_t *>(reinterpret_cast<uintptr_t>(memory) +
+                                           static_cast<uintptr_t>(offset));
+        size = static_cast<uintptr_t>(known);
+    }
+    enforceNullDataHasNoSize();
+}
+
+rbData::rbData(REALstring string) : stringData{} {
+    clear();
+    if (!string) return;
+    host::REALLockString(string);
+    lockedString = string;
+    RBInteger length = 0;
+    data = reinterpret_cast<uint8_t *>(const_cast<char *>(host::StringGetCString(string, &length)));
+    size = length > 0 ? static_cast<uintptr_t>(length) : 0;
+    enforceNullDataHasNoSize();
+}
+
+rbData::~rbData() { release(); }
+
+void rbData::release() {
+    if (REALstring string = lockedString) {
+        lockedString = nullptr;
+        host::REALUnlockString(string);
+    }
+    if (REALobject object = lockedObject) {
+        lockedObject = nullptr;
+        host::REALUnlockObject(object);
+    }
+    if (ownsStringData) {
+        ownsStringData = false;
+        if (Debugging()) DebugLogText("REALDisposeStringData");
+        host::PluginDisposeStringData(&stringData);
+    }
+    clear();
+}
+
+}  // namespace qvt
