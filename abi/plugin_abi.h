@@ -189,7 +189,7 @@ struct REALstringData {
     uintptr_t hostWords[3];
 };
 
-namespace abi {
+namespace hostabi {
 
 constexpr std::size_t kWord = sizeof(void *);
 
@@ -234,6 +234,6 @@ struct ArrayHeaderLayout {
 constexpr ArrayHeaderLayout kArrayHeader2008{3, 8, 11, 7};
 constexpr ArrayHeaderLayout kArrayHeaderOld{0, 3, 6, 2};
 
-}  // namespace abi
+}  // namespace hostabi
 
 extern "C" void REALPluginMain(REALresolver resolver);

@@ -16,7 +16,7 @@ void RaiseException(const char *className, const char *message, uint32_t encodin
 
 void RaiseExceptionNumber(const char *className, const char *message, uint32_t,
                           RBInteger errorNumber) {
-    REALstring text = CString2RB(message, abi::kEncodingUTF8);
+    REALstring text = CString2RB(message, hostabi::kEncodingUTF8);
     REALobject exception = host::PluginNewInstance(className);
     if (!exception) exception = host::PluginNewInstance("RuntimeException");
     if (exception) {
@@ -36,7 +36,7 @@ void RaiseRangeError(int64_t value, int64_t minimum, int64_t limit, const char *
     std::unique_ptr<char, FreeMemoryDeleter> text(
         static_cast<char *>(AllocateMemory(static_cast<int64_t>(capacity))));
     if (!text) {
-        RaiseException("OutOfBoundsException", "Out of Bounds", abi::kEncodingASCII);
+        RaiseException("OutOfBoundsException", "Out of Bounds", hostabi::kEncodingASCII);
         return;
     }
     std::snprintf(text.get(), capacity,
@@ -44,7 +44,7 @@ void RaiseRangeError(int64_t value, int64_t minimum, int64_t limit, const char *
                   parameterName, *methodName ? "to method " : "", methodName,
                   value < minimum ? "small" : "big", static_cast<long long>(minimum),
                   static_cast<long long>(limit - 1), static_cast<long long>(value));
-    RaiseException("OutOfBoundsException", text.get(), abi::kEncodingASCII);
+    RaiseException("OutOfBoundsException", text.get(), hostabi::kEncodingASCII);
 }
 
 }  // namespace qvt

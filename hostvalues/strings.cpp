@@ -13,14 +13,14 @@ namespace {
 
 bool IsKnownEncoding(uint32_t encoding) {
     switch (encoding) {
-        case abi::kEncodingMacRoman:
-        case abi::kEncodingUTF16:
-        case abi::kEncodingLatin1:
-        case abi::kEncodingWindowsLatin1:
-        case abi::kEncodingASCII:
-        case abi::kEncodingUnknown:
-        case abi::kEncodingUTF8:
-        case abi::kEncodingUTF32:
+        case hostabi::kEncodingMacRoman:
+        case hostabi::kEncodingUTF16:
+        case hostabi::kEncodingLatin1:
+        case hostabi::kEncodingWindowsLatin1:
+        case hostabi::kEncodingASCII:
+        case hostabi::kEncodingUnknown:
+        case hostabi::kEncodingUTF8:
+        case hostabi::kEncodingUTF32:
             return true;
         default:
             return false;
@@ -29,8 +29,8 @@ bool IsKnownEncoding(uint32_t encoding) {
 
 // Encodings whose ASCII text is better labelled as ASCII.
 bool IsASCIICompatible8Bit(uint32_t encoding) {
-    return encoding == abi::kEncodingMacRoman || encoding == abi::kEncodingLatin1 ||
-           encoding == abi::kEncodingWindowsLatin1 || encoding == abi::kEncodingUnknown;
+    return encoding == hostabi::kEncodingMacRoman || encoding == hostabi::kEncodingLatin1 ||
+           encoding == hostabi::kEncodingWindowsLatin1 || encoding == hostabi::kEncodingUnknown;
 }
 
 bool AllBelow128(const uint8_t *bytes, int64_t count) {
@@ -46,9 +46,9 @@ REALstring REALBuildUnicodeString(const void *bytes, int64_t count, uint32_t enc
         return nullptr;
     }
     // Wide text needs the UTF-16 and UTF-32 routes, which this build lacks.
-    if (encoding == abi::kEncodingUTF16 || encoding == abi::kEncodingUTF32) return nullptr;
+    if (encoding == hostabi::kEncodingUTF16 || encoding == hostabi::kEncodingUTF32) return nullptr;
     if (IsASCIICompatible8Bit(encoding) && AllBelow128(static_cast<const uint8_t *>(bytes), count)) {
-        encoding = abi::kEncodingASCII;
+        encoding = hostabi::kEncodingASCII;
     }
     if (!IsKnownEncoding(encoding) && Debugging()) {
         DebugLogUInt32("Unknown encoding in REALBuildUnicodeString", encoding);
@@ -61,16 +61,16 @@ REALstring REALBuildUnicodeString(const void *bytes, int64_t count, uint32_t enc
 }
 
 void CheckASCIIText(const char *text, int64_t length, uint32_t encoding) {
-    if (encoding != abi::kEncodingASCII || length <= 0) return;
+    if (encoding != hostabi::kEncodingASCII || length <= 0) return;
     const auto *bytes = reinterpret_cast<const uint8_t *>(text);
     if (!AllBelow128(bytes, length)) DebugLogStrings("Error: text is not ascii", text);
 }
 
 REALstring CString2RB(const char *text, uint32_t encoding) {
     if (Debugging()) {
-        if (encoding == abi::kEncodingUTF16) {
+        if (encoding == hostabi::kEncodingUTF16) {
             DebugLogText("Error: kREALTextEncodingUTF16 not useful for CString2RB!");
-        } else if (encoding == abi::kEncodingUTF32) {
+        } else if (encoding == hostabi::kEncodingUTF32) {
             DebugLogText("Error: kREALTextEncodingUTF32 not useful for CString2RB!");
         }
     }

@@ -11,7 +11,7 @@ namespace {
 // the name the range error reports.
 bool BitReachable(const rbData &block, uint64_t bit, const char *method) {
     if (!block.data) {
-        RaiseException("NilObjectException", "Memoryblock is nil?", abi::kEncodingASCII);
+        RaiseException("NilObjectException", "Memoryblock is nil?", hostabi::kEncodingASCII);
         return false;
     }
     // bit / 8 >= size is bit >= size * 8 without the product wrapping.

@@ -1,0 +1,60 @@
+// A fresh simulated host for each test, and the checks every test shares:
+// no reference fault, and references balanced around each call.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "simhost/simhost.h"
+
+namespace qvt::test {
+
+class HostTest : public ::testing::Test {
+protected:
+    void SetUp() override { simhost::Reset(options()); }
+    void TearDown() override { EXPECT_EQ(simhost::Faults(), std::vector<std::string>{}); }
+
+    virtual simhost::Options options() const { return {}; }
+
+    // Runs `call` and checks that it left every reference as it found it,
+    // but for the one a returned object or string carries for the caller.
+    template <typename Call>
+    auto Balanced(Call &&call) {
+        const simhost::Snapshot before = simhost::TakeSnapshot();
+        using Result = decltype(call());
+        if constexpr (std::is_void_v<Result>) {
+            call();
+            EXPECT_EQ(simhost::CompareSnapshot(before), "");
+        } else {
+            Result result = call();
+            std::vector<REALobject> objects;
+            std::vector<REALstring> strings;
+            if constexpr (std::is_same_v<Result, REALobject>) {
+                if (result) objects.push_back(result);
+            } else if constexpr (std::is_same_v<Result, REALstring>) {
+                if (result) strings.push_back(result);
+            }
+            EXPECT_EQ(simhost::CompareSnapshot(before, objects, strings), "");
+            return result;
+        }
+    }
+
+    // The one exception the last call raised, as "Class: message".
+    static std::string OneException() {
+        auto raised = simhost::TakeExceptions();
+        if (raised.size() != 1) return "raised " + std::to_string(raised.size()) + " exceptions";
+        return raised[0].className + ": " + raised[0].message.value_or("<nil>");
+    }
+};
+
+// Captures what the plug-in writes to the debugger channel.
+class StderrCapture {
+public:
+    StderrCapture() { ::testing::internal::CaptureStderr(); }
+    std::string Take() { return ::testing::internal::GetCapturedStderr(); }
+};
+
+}  // namespace qvt::test
