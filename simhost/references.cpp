@@ -1,0 +1,170 @@
+// References: locking, unlocking, and what happens when the last one goes.
+#include "simhost/state.h"
+
+namespace simhost::detail {
+
+namespace {
+
+void EndObject(ObjectRecord &object) {
+    object.ended = true;
+    switch (object.kind) {
+        case ObjectKind::Block: EndBlock(object); break;
+        case ObjectKind::Exception: EndException(object); break;
+        case ObjectKind::Instance: EndInstance(object); break;
+        case ObjectKind::Array: SyncArrayHeader(object); break;
+    }
+}
+
+void EndString(StringRecord &string) {
+    string.ended = true;
+    // Large texts need not outlive their end; the record keeps the handle.
+    if (string.storage.size() > (1u << 20)) {
+        string.storage.clear();
+        string.storage.shrink_to_fit();
+        string.length = 0;
+    }
+}
+
+}  // namespace
+
+void LockObject(ObjectRecord &object) {
+    ++object.refs;
+    if (object.kind == ObjectKind::Array) SyncArrayHeader(object);
+}
+
+void UnlockObject(const char *entry, ObjectRecord &object) {
+    if (ClientRefs(object) <= 0) {
+        Fault(std::string(entry) + ": unlock below zero of " + NameOf(&object));
+        return;
+    }
+    if (--object.refs == 0) {
+        EndObject(object);
+    } else if (object.kind == ObjectKind::Array) {
+        SyncArrayHeader(object);
+    }
+}
+
+void LockObjectHost(ObjectRecord &object) {
+    ++object.hostRefs;
+    LockObject(object);
+}
+
+void UnlockObjectHost(ObjectRecord &object) {
+    --object.hostRefs;
+    if (--object.refs == 0) {
+        EndObject(object);
+    } else if (object.kind == ObjectKind::Array) {
+        SyncArrayHeader(object);
+    }
+}
+
+void LockString(StringRecord &string) { ++string.refs; }
+
+void UnlockString(const char *entry, StringRecord &string) {
+    if (ClientRefs(string) <= 0) {
+        Fault(std::string(entry) + ": unlock below zero of " + NameOf(&string));
+        return;
+    }
+    if (--string.refs == 0) EndString(string);
+}
+
+void LockStringHost(StringRecord &string) {
+    ++string.hostRefs;
+    ++string.refs;
+}
+
+void UnlockStringHost(StringRecord &string) {
+    --string.hostRefs;
+    if (--string.refs == 0) EndString(string);
+}
+
+// ---- Entries: references ----------------------------------------------------
+
+namespace {
+
+void REALLockObject(REALobject handle) {
+    HostLock lock(State().mutex);
+    CheckPresent("REALLockObject");
+    LogCall("REALLockObject", NameOfObject(handle));
+    if (ObjectRecord *o = UseObject("REALLockObject", handle)) LockObject(*o);
+}
+
+void REALUnlockObject(REALobject handle) {
+    HostLock lock(State().mutex);
+    CheckPresent("REALUnlockObject");
+    LogCall("REALUnlockObject", NameOfObject(handle));
+    if (handle == nullptr) {
+        Fault("REALUnlockObject: nil object");
+        return;
+    }
+    ObjectRecord *o = FindObject(handle);
+    if (o == nullptr) {
+        Fault("REALUnlockObject: unknown object handle");
+        return;
+    }
+    UnlockObject("REALUnlockObject", *o);
+}
+
+void REALLockString(REALstring handle) {
+    HostLock lock(State().mutex);
+    CheckPresent("REALLockString");
+    LogCall("REALLockString", NameOfString(handle));
+    if (StringRecord *s = UseStringNotNil("REALLockString", handle)) LockString(*s);
+}
+
+void REALUnlockString(REALstring handle) {
+    HostLock lock(State().mutex);
+    CheckPresent("REALUnlockString");
+    LogCall("REALUnlockString", NameOfString(handle));
+    if (handle == nullptr) {
+        Fault("REALUnlockString: nil string");
+        return;
+    }
+    StringRecord *s = FindString(handle);
+    if (s == nullptr) {
+        Fault("REALUnlockString: unknown string handle");
+        return;
+    }
+    UnlockString("REALUnlockString", *s);
+}
+
+const Entry kEntries[] = {
+    {"REALLockObject", EntryAddress(&REALLockObject)},
+    {"REALUnlockObject", EntryAddress(&REALUnlockObject)},
+    {"REALLockString", EntryAddress(&REALLockString)},
+    {"REALUnlockString", EntryAddress(&REALUnlockString)},
+};
+
+}  // namespace
+
+std::span<const Entry> ReferenceEntries() { return kEntries; }
+
+}  // namespace simhost::detail
+
+namespace simhost {
+
+using namespace detail;
+
+void Release(REALobject object) {
+    HostLock lock(State().mutex);
+    if (object == nullptr) return;
+    if (ObjectRecord *o = FindObject(object)) {
+        UnlockObject("Release", *o);
+    } else {
+        Fault("Release: unknown object handle");
+    }
+}
+
+void Release(REALstring string) {
+    HostLock lock(State().mutex);
+    if (string == nullptr) return;
+    if (StringRecord *s = FindString(string)) {
+        UnlockString("Release", *s);
+    } else {
+        Fault("Release: unknown string handle");
+    }
+}
+
+void Release(REALarray array) { Release(reinterpret_cast<REALobject>(array)); }
+
+}  // namespace simhost

@@ -1,0 +1,217 @@
+// A host for the plug-in that lives in the test process: it answers the
+// resolver's names, keeps reference-counted objects and strings, converts
+// text, delivers exceptions and captures registrations. Everything the
+// plug-in does to it is logged and checked, so tests can assert on the
+// conversation and on the balance of references.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "abi/plugin_abi.h"
+
+namespace simhost {
+
+struct Options {
+    double version = 2013.04;
+    bool hasVersionEntry = true;
+    bool inRuntime = false;
+    std::vector<std::string> missingEntries;
+    std::vector<std::string> missingClasses;
+    // A header that matches neither known layout, so a header test fails.
+    bool oldArrayHeader = false;
+    // Turn off for long loops; faults are still recorded.
+    bool logCalls = true;
+};
+
+// Written into forSystemUse of every registered class: instance data starts
+// this many bytes after the instance's address.
+constexpr RBWord kInstanceDataOffset = 24;
+
+// Element type codes of RuntimeArrayCreateSingleDimBoundedArray. Each kind
+// has its selectors Plugin<Kind>ArrayGetProc/SetProc/InsertProc (and the
+// kind-blind RuntimeArrayDirectGet*Proc); the procedures they give pass
+// elements as intptr_t. Other kinds' names answer nil.
+enum ArrayType : int32_t {
+    kArrayInteger = 0,  // 4-byte elements
+    kArrayUInt8 = 1,
+    kArrayInt8 = 2,
+    kArrayBoolean = 3,
+    kArrayInt16 = 4,
+    kArrayUInt16 = 5,
+    kArrayInt32 = 6,
+    kArrayUInt32 = 7,
+    kArrayInt64 = 8,
+    kArrayUInt64 = 9,
+};
+
+// Drops every object, string, log and registration. Handles of the previous
+// epoch become unknown. Destructors of plug-in classes are not run.
+void Reset(const Options &options = {});
+Options CurrentOptions();
+
+// ---- Resolver -------------------------------------------------------------
+
+// The function to hand to REALPluginMain. Unknown and missing names answer
+// nullptr; every question is logged.
+void *Resolve(const char *name);
+// What Resolve would answer, without logging the question.
+bool HasEntry(std::string_view name);
+std::vector<std::string> ResolverLog();
+void ClearResolverLog();
+
+// ---- Logs and faults ------------------------------------------------------
+
+struct Call {
+    std::string entry;
+    std::string args;
+};
+std::vector<Call> Calls();
+void ClearCalls();
+std::size_t CountCalls(std::string_view entry);
+
+// Misuse the host noticed: unbalanced unlocks, ended or unknown handles,
+// writes past a block's end, double disposal and the like.
+std::vector<std::string> Faults();
+void ClearFaults();
+
+// ---- Accounting -----------------------------------------------------------
+
+// Total references, the host's own included; 0 for ended handles, -1 for
+// handles the host does not know.
+long RefCount(REALobject object);
+long RefCount(REALstring string);
+long RefCount(REALarray array);
+std::size_t LiveObjects();
+std::size_t LiveStrings();
+// String-data records given out by PluginGetStringData and not yet disposed.
+std::size_t OpenStringData();
+// A stable readable name such as "MemoryBlock#3", "String#2" or "nil".
+std::string Name(REALobject object);
+std::string Name(REALstring string);
+
+// References held by callers (the host's own, such as those of pending
+// exceptions, are left out) of every live handle, and open string data.
+struct Snapshot {
+    std::vector<std::pair<uint64_t, long>> objects;  // serial, references
+    std::vector<std::pair<uint64_t, long>> strings;
+    std::size_t stringData = 0;
+};
+Snapshot TakeSnapshot();
+// Empty when every handle has the references it had at the snapshot, except
+// the given ones, which must have exactly one more (new handles: one).
+// Otherwise one line per difference.
+std::string CompareSnapshot(const Snapshot &before,
+                            const std::vector<REALobject> &givenObjects = {},
+                            const std::vector<REALstring> &givenStrings = {});
+
+// ---- Memory blocks --------------------------------------------------------
+
+// Each carries one reference for the caller.
+REALobject NewBlock(RBInteger size);  // zeroed
+REALobject NewBlock(std::span<const uint8_t> bytes);
+REALobject NewForeignBlock(void *address);  // size unknown: reports -1
+REALobject NewMemorylessBlock();            // null pointer, size 0
+// The block's bytes; empty for blocks without memory or of unknown size.
+std::span<uint8_t> Bytes(REALobject block);
+void Release(REALobject object);
+
+// ---- Strings --------------------------------------------------------------
+// UTF-16 and UTF-32 text (0x100, 0xC000100) is in native byte order; hosts
+// below 2013.0 convert no UTF-32, and below 2012.0 lack
+// REALBuildStringWithEncoding.
+
+REALstring NewString(std::string_view bytes, uint32_t encoding = hostabi::kEncodingUTF8);
+std::string StringBytes(REALstring string);
+uint32_t StringEncoding(REALstring string);
+// The text converted to UTF-8; nullopt when the host cannot convert it.
+std::optional<std::string> StringUTF8(REALstring string);
+void Release(REALstring string);
+
+// ---- Exceptions -----------------------------------------------------------
+
+struct RaisedException {
+    std::string className;
+    std::optional<std::string> message;  // UTF-8; nullopt when Message was nil
+    RBInteger errorNumber = 0;
+};
+// Exceptions raised since the last call, oldest first; the host's references
+// to them are released.
+std::vector<RaisedException> TakeExceptions();
+
+// ---- Arrays ---------------------------------------------------------------
+
+// One reference for the caller; nil for an unknown type.
+REALarray NewArray(int32_t type, const std::vector<int64_t> &values);
+std::vector<int64_t> ArrayValues(REALarray array);
+void Release(REALarray array);
+
+// ---- Registrations and class instances ------------------------------------
+
+// kind is the entry's name without "PluginRegister": "Class",
+// "ClassExtension", "Module", "Method", "Control", "Interface", "DBCursor",
+// "DBEngine", "DBTable", "MobileControl".
+struct Registration {
+    std::string kind;
+    const void *record;
+};
+std::vector<Registration> Registrations();
+// The number given to RegisterPluginVersion; 0 before it.
+int32_t RecordVersionTold();
+
+struct Member {
+    std::string role;  // "method", "shared method", "property", "shared property",
+                       // "constant", "event", "delegate"
+    std::string text;  // declaration, or "Name as Type" for a property
+};
+// A registration read as the host reads it, honouring the old record forms
+// when the version told is below 10 (nothing told reads the current forms).
+struct RegistrationInfo {
+    std::string kind;
+    std::string name;  // class or module name, a method's declaration
+    std::vector<Member> members;
+    std::optional<uint64_t> dataSize;
+    std::size_t Count(std::string_view role) const;
+};
+RegistrationInfo Inspect(const Registration &registration);
+
+struct MethodRef {
+    std::string kind;           // kind of the registration it came with
+    std::string container;      // class or module name; empty for a global method
+    std::string declaration;    // as registered
+    std::string receiverClass;  // whose instance comes first; empty if none
+    REALproc function = nullptr;
+    REALproc setterFunction = nullptr;
+};
+std::vector<MethodRef> RegisteredMethods();
+// Finds a method by its declaration, as registered or with its
+// "extends ref as <class>" parameter dropped. A non-empty receiverClass
+// keeps only methods whose receiver is of that class.
+std::optional<MethodRef> FindMethod(std::string_view declaration,
+                                    std::string_view receiverClass = {});
+// A module method's declaration without its "extends ref as <class>"
+// parameter; other declarations unchanged.
+std::string PlainDeclaration(std::string_view declaration);
+
+struct PropertyRef {
+    std::string container;
+    std::string name;
+    std::string type;
+    REALproc getter = nullptr;
+    REALproc setter = nullptr;
+};
+std::optional<PropertyRef> FindProperty(std::string_view name, std::string_view container = {});
+
+// An instance of a registered class, as PluginNewInstance makes it, without
+// logging a call. One reference for the caller; nil for an unknown class.
+REALobject NewInstance(std::string_view className);
+// The class data of an instance (dataSize bytes at kInstanceDataOffset).
+std::span<uint8_t> InstanceData(REALobject instance);
+
+}  // namespace simhost

@@ -1,0 +1,191 @@
+// The host's state, shared by the units that implement its entries. Every
+// entry takes the host lock first; the lock is recursive because a class
+// destructor, run when a reference ends, calls back into the host.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "simhost/simhost.h"
+
+namespace simhost::detail {
+
+using HostLock = std::lock_guard<std::recursive_mutex>;
+
+struct FreeDeleter {
+    void operator()(void *p) const { std::free(p); }
+};
+
+enum class ObjectKind { Block, Exception, Instance, Array };
+
+struct StringRecord;
+
+struct ObjectRecord {
+    uint64_t serial = 0;
+    ObjectKind kind = ObjectKind::Block;
+    std::string className;
+    long refs = 1;
+    long hostRefs = 0;  // part of refs that the host itself holds
+    bool ended = false;
+    // What the handle points at: the instance for a class, the header for an
+    // array, a small cell otherwise. Kept after the end so handles stay unique.
+    std::unique_ptr<std::byte[]> body;
+    std::size_t bodySize = 0;
+
+    // Block: owned memory sits between two guard zones.
+    std::unique_ptr<uint8_t, FreeDeleter> storage;
+    uint8_t *data = nullptr;
+    RBInteger size = 0;  // -1: unknown
+    bool guardsReported = false;
+
+    // Exception
+    StringRecord *message = nullptr;  // holds a host reference
+    RBInteger errorNumber = 0;
+
+    // Instance
+    const REALclassDefinition *cls = nullptr;
+
+    // Array
+    int32_t arrayType = 0;
+    std::vector<uint8_t> elements;
+    std::size_t elementCount = 0;
+};
+
+struct StringRecord {
+    uint64_t serial = 0;
+    std::vector<char> storage;  // the bytes and four zero bytes
+    std::size_t length = 0;
+    uint32_t encoding = hostabi::kEncodingUnknown;
+    long refs = 1;
+    long hostRefs = 0;
+    bool ended = false;
+
+    std::string_view Bytes() const { return {storage.data(), length}; }
+};
+
+struct StringData {
+    std::unique_ptr<char[]> bytes;
+};
+
+struct HostState {
+    std::recursive_mutex mutex;
+    Options options;
+    std::vector<std::string> resolverLog;
+    std::vector<Call> calls;
+    std::vector<std::string> faults;
+
+    std::vector<std::unique_ptr<ObjectRecord>> objects;  // serial - 1
+    std::unordered_map<const void *, ObjectRecord *> objectByHandle;
+    std::vector<std::unique_ptr<StringRecord>> strings;  // serial - 1
+    std::unordered_map<const void *, StringRecord *> stringByHandle;
+
+    std::vector<ObjectRecord *> pendingExceptions;  // each holds a host reference
+    std::map<uint64_t, StringData> stringData;      // by cookie
+    uint64_t nextCookie = 1;
+
+    std::vector<Registration> registrations;
+    int32_t recordVersion = 0;
+};
+
+HostState &State();
+
+// Log helpers; call with the lock held.
+void LogCall(const char *entry, std::string args = {});
+void Fault(std::string text);
+// Records a fault when an entry that the host is set up without is called
+// all the same (its address was kept from an earlier answer).
+void CheckPresent(const char *entry);
+
+// Readable, deterministic argument texts.
+std::string Quote(std::string_view bytes);
+std::string NameOf(const ObjectRecord *object);
+std::string NameOf(const StringRecord *string);
+std::string NameOfObject(const void *handle);
+std::string NameOfString(const void *handle);
+
+// Plain look-up: nullptr for handles the host does not know.
+ObjectRecord *FindObject(const void *handle);
+StringRecord *FindString(const void *handle);
+// References that callers hold; the host's own left out.
+long ClientRefs(const ObjectRecord &object);
+long ClientRefs(const StringRecord &string);
+
+// Handle look-up for an entry. Nil, unknown and ended handles record a fault
+// naming the entry and answer nullptr.
+ObjectRecord *UseObject(const char *entry, const void *handle);
+// As UseObject, but nil is the empty string and answers nullptr silently.
+StringRecord *UseString(const char *entry, const void *handle, bool *bad = nullptr);
+StringRecord *UseStringNotNil(const char *entry, const void *handle);
+
+// Creation; the record carries one reference for the caller.
+ObjectRecord &NewObject(ObjectKind kind, std::string className, std::size_t bodySize);
+StringRecord &NewStringRecord(std::string_view bytes, uint32_t encoding);
+REALobject HandleOf(const ObjectRecord &object);
+REALstring HandleOf(const StringRecord &string);
+
+// Reference changes; the *Host forms count the reference as the host's.
+void LockObject(ObjectRecord &object);
+void UnlockObject(const char *entry, ObjectRecord &object);
+void LockString(StringRecord &string);
+void UnlockString(const char *entry, StringRecord &string);
+void LockObjectHost(ObjectRecord &object);
+void UnlockObjectHost(ObjectRecord &object);
+void LockStringHost(StringRecord &string);
+void UnlockStringHost(StringRecord &string);
+
+// Per-kind work when the last reference of an object goes.
+void EndBlock(ObjectRecord &block);
+void EndException(ObjectRecord &exception);
+void EndInstance(ObjectRecord &instance);
+void SyncArrayHeader(ObjectRecord &array);
+void CheckBlockGuards(ObjectRecord &block);
+
+// Block creation shared by the entries and the test helpers.
+ObjectRecord *CreateBlock(RBInteger size);
+ObjectRecord &CreateForeignBlock(void *address);
+ObjectRecord *CreateInstance(std::string_view className);
+ObjectRecord *CreateArray(int32_t type, RBInteger ubound);
+int64_t ReadElement(const ObjectRecord &array, std::size_t index);
+void WriteElement(ObjectRecord &array, std::size_t index, int64_t value);
+
+// Text conversion with this host's limits (its version decides which ids it
+// knows). Answers false when the host cannot convert.
+bool HostConvert(std::string_view bytes, uint32_t from, uint32_t to, std::string &out);
+
+// Entry tables of the units, for the resolver.
+struct Entry {
+    const char *name;
+    void *address;
+    double since = 0.0;  // hosts below this version lack the entry
+};
+std::span<const Entry> ReferenceEntries();
+std::span<const Entry> BlockEntries();
+std::span<const Entry> StringEntries();
+std::span<const Entry> StringDataEntries();
+std::span<const Entry> ExceptionEntries();
+std::span<const Entry> PropertyEntries();
+std::span<const Entry> ArrayEntries();
+std::span<const Entry> RegistryEntries();
+std::span<const Entry> VersionEntries();
+
+// Reading the plug-in's records as the host does.
+const char *TextWord(const void *record, std::size_t word);
+uintptr_t Word(const void *record, std::size_t word);
+// The record of the registered class of that name, or nullptr.
+const REALclassDefinition *RegisteredClass(std::string_view name);
+
+template <typename F>
+void *EntryAddress(F *function) {
+    return reinterpret_cast<void *>(function);
+}
+
+}  // namespace simhost::detail
