@@ -79,42 +79,37 @@ void OpenDebugFileWrite() { OpenDebugFile("w"); }
 
 namespace {
 
-struct DataCheckTexts {
-    const char *nilInstance;
-    const char *dataSize;
-    const char *forSystemUse;
-};
+// The texts in the order: nil instance, dataSize, forSystemUse.
+using DataCheckTexts = const char *const[3];
 
-void CheckInstanceData(const DataCheckTexts &texts, REALobject instance, uint32_t dataSize,
-                       int32_t forSystemUse, bool forSystemUseFaulty) {
+template <typename Definition>
+void CheckInstanceData(const DataCheckTexts &texts, REALobject instance,
+                       const Definition *definition, bool (*forSystemUseFaulty)(int32_t)) {
     if (!Debugging()) return;
     if (!instance) {
-        DebugLogPointer(texts.nilInstance, instance);
+        DebugLogPointer(texts[0], instance);
         return;
     }
-    if (dataSize == 0) DebugLogUInt32(texts.dataSize, dataSize);
-    if (forSystemUseFaulty) DebugLogInt32(texts.forSystemUse, forSystemUse);
+    const auto dataSize = static_cast<uint32_t>(definition->dataSize);
+    const auto forSystemUse = static_cast<int32_t>(definition->forSystemUse);
+    if (dataSize == 0) DebugLogUInt32(texts[1], dataSize);
+    if (forSystemUseFaulty(forSystemUse)) DebugLogInt32(texts[2], forSystemUse);
 }
 
 }  // namespace
 
 void CheckClassData(REALobject instance, const REALclassDefinition *definition) {
-    static constexpr DataCheckTexts kTexts{"REALGetClassData with nil instance",
-                                           "REALGetClassData with dataSize",
-                                           "REALGetClassData with forSystemUse"};
-    // The definition is read only for a live instance.
-    const auto forSystemUse = instance ? static_cast<int32_t>(definition->forSystemUse) : 0;
-    CheckInstanceData(kTexts, instance, instance ? static_cast<uint32_t>(definition->dataSize) : 0,
-                      forSystemUse, forSystemUse != 24);
+    static constexpr DataCheckTexts kTexts = {"REALGetClassData with nil instance",
+                                              "REALGetClassData with dataSize",
+                                              "REALGetClassData with forSystemUse"};
+    CheckInstanceData(kTexts, instance, definition, [](int32_t offset) { return offset != 24; });
 }
 
 void CheckControlData(REALobject instance, const REALcontrolDefinition *definition) {
-    static constexpr DataCheckTexts kTexts{"REALGetControlData with nil instance",
-                                           "REALGetControlData with dataSize",
-                                           "REALGetControlData with forSystemUse"};
-    const auto forSystemUse = instance ? static_cast<int32_t>(definition->forSystemUse) : 0;
-    CheckInstanceData(kTexts, instance, instance ? static_cast<uint32_t>(definition->dataSize) : 0,
-                      forSystemUse, forSystemUse < 1);
+    static constexpr DataCheckTexts kTexts = {"REALGetControlData with nil instance",
+                                              "REALGetControlData with dataSize",
+                                              "REALGetControlData with forSystemUse"};
+    CheckInstanceData(kTexts, instance, definition, [](int32_t offset) { return offset < 1; });
 }
 
 bool DebuggingGetter(REALobject, intptr_t) { return Debugging(); }
