@@ -101,6 +101,8 @@ QVT_HOST_BINDING(PluginGetStringData, bool(REALstring, uint32_t, REALstringData 
 QVT_HOST_BINDING(PluginDisposeStringData, void(REALstringData *));
 QVT_HOST_BINDING(RuntimeUBound, RBInteger(REALarray));
 QVT_HOST_BINDING(RuntimeArrayCreateSingleDimBoundedArray, REALarray(int32_t, RBInteger));
+QVT_HOST_BINDING(RuntimeDirectReadObjectArray, REALobject(REALarray, RBInteger));
+QVT_HOST_BINDING(RuntimeDirectReadStringArray, REALstring(REALarray, RBInteger));
 
 // A global function of the host's language, found by its declaration.
 void *REALLoadGlobalMethod(const char *declaration);

@@ -6,6 +6,9 @@
 
 #include "diagnostics/debuglog.h"
 #include "shell/binding.h"
+#include "shell/definitions.h"
+#include "shell/modules.h"
+#include "shell/validation.h"
 
 namespace qvt {
 
@@ -68,6 +71,8 @@ void PluginEnd() {}
 
 void PluginEntry() {
     PluginStart("Memory");
+    RegisterClassExtension(&gMemoryBlockExtension);
+    RegisterMethods(gGlobalMethods, kGlobalMethodCount);
     PluginEnd();
 }
 

@@ -1,0 +1,178 @@
+#include "memory/search.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+#include "hostvalues/arrays.h"
+#include "hostvalues/blocks.h"
+#include "hostvalues/raise.h"
+#include "hostvalues/rbdata.h"
+
+namespace qvt {
+
+namespace {
+
+const uint8_t *BytesOf(REALobject block) {
+    return static_cast<const uint8_t *>(GetBlockPtr(block));
+}
+
+intptr_t PositionIn(const uint8_t *data, const void *found) {
+    return found ? static_cast<const uint8_t *>(found) - data : kNotFound;
+}
+
+// The index of the first of the `count` bytes that differs from `value`, or
+// `count`. Bytes go one by one up to an address that is a multiple of 8,
+// then in words; a word that differs is walked again byte by byte, so the
+// answer is that of the plain loop.
+std::size_t FirstOther(const uint8_t *bytes, std::size_t count, uint8_t value) {
+    std::size_t at = 0;
+    const std::size_t head =
+        std::min(count, (8 - reinterpret_cast<uintptr_t>(bytes) % 8) % 8);
+    for (; at < head; ++at) {
+        if (bytes[at] != value) return at;
+    }
+    const uint64_t pattern = uint64_t{0x0101010101010101} * value;
+    for (; count - at >= 8; at += 8) {
+        uint64_t word;
+        std::memcpy(&word, bytes + at, 8);
+        if (word != pattern) break;
+    }
+    for (; at < count; ++at) {
+        if (bytes[at] != value) return at;
+    }
+    return count;
+}
+
+// The earliest position of [start, size) whose byte is one of the values.
+intptr_t FindAnyOf(const uint8_t *data, std::size_t start, std::size_t size,
+                   const uint8_t *values, std::size_t valueCount) {
+    if (valueCount == 1) return PositionIn(data, std::memchr(data + start, values[0], size - start));
+    bool wanted[256] = {};
+    for (std::size_t i = 0; i < valueCount; ++i) wanted[values[i]] = true;
+    for (std::size_t at = start; at < size; ++at) {
+        if (wanted[data[at]]) return static_cast<intptr_t>(at);
+    }
+    return kNotFound;
+}
+
+// The routine behind FindStringQVT and FindBytesQVT. Candidates are found by
+// their first byte, and only then are the other bytes compared; overlapping
+// candidates are all tried.
+intptr_t SearchBlock(REALobject block, intptr_t srcOfs, intptr_t maxBytes, const uint8_t *target,
+                     intptr_t targLen) {
+    const uint8_t *data = BytesOf(block);
+    const auto size = static_cast<intptr_t>(GetBlockSize(block));
+    const intptr_t len = maxBytes != 0 ? maxBytes : size;
+    if (targLen < 1 || len < 1 || srcOfs < 0) return kBadSearchArguments;
+    // Saturated: a sum past the largest Integer lies beyond any memory.
+    const intptr_t end = srcOfs > INTPTR_MAX - len ? INTPTR_MAX : srcOfs + len;
+    const intptr_t limit = size != 0 ? size : end;
+    if (srcOfs >= limit || !data || !target) return kBadSearchArguments;
+
+    const intptr_t rangeEnd = std::min(end, limit);
+    if (targLen > rangeEnd - srcOfs) return kNotFound;
+    const uint8_t *candidate = data + srcOfs;
+    const uint8_t *lastCandidate = data + (rangeEnd - targLen);
+    const auto rest = static_cast<std::size_t>(targLen - 1);
+    while (candidate <= lastCandidate) {
+        candidate = static_cast<const uint8_t *>(std::memchr(
+            candidate, target[0], static_cast<std::size_t>(lastCandidate - candidate) + 1));
+        if (!candidate) return kNotFound;
+        if (std::memcmp(candidate + 1, target + 1, rest) == 0) return candidate - data;
+        ++candidate;
+    }
+    return kNotFound;
+}
+
+}  // namespace
+
+intptr_t FindByteQVT(REALobject block, REALarray values, intptr_t startByteOffset) {
+    if (!values) {
+        RaiseException("NilObjectException", "values array is nil", hostabi::kEncodingASCII);
+        return 0;
+    }
+    rbData bytes(block, 0, 0);
+    if (!bytes.data) {
+        RaiseException("NilObjectException", "Memoryblock is nil?", hostabi::kEncodingASCII);
+        return kNotFound;
+    }
+    // A block of unknown size has size 0 here, so every offset fails.
+    if (startByteOffset < 0 || static_cast<uintptr_t>(startByteOffset) >= bytes.size) {
+        RaiseRangeError(startByteOffset, 0, static_cast<int64_t>(bytes.size), "offset",
+                        "FindByteQVT");
+        return 0;
+    }
+    const RBInteger valueCount = GetArrayUBound(values) + 1;
+    if (valueCount <= 0) return kNotFound;
+    const auto *valueBytes = static_cast<const uint8_t *>(GetArrayData(values));
+    if (!valueBytes) {
+        RaiseException("NilObjectException", "values array is nil", hostabi::kEncodingASCII);
+        return 0;
+    }
+    return FindAnyOf(bytes.data, static_cast<std::size_t>(startByteOffset), bytes.size,
+                     valueBytes, static_cast<std::size_t>(valueCount));
+}
+
+intptr_t FindByteQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, intptr_t byteValue) {
+    const uint8_t *data = BytesOf(block);
+    if (!data || numBytes <= 0) return kNotFound;
+    return PositionIn(data, std::memchr(data + srcOfs, static_cast<uint8_t>(byteValue),
+                                        static_cast<std::size_t>(numBytes)));
+}
+
+intptr_t FindNotByteQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, intptr_t byteValue) {
+    const uint8_t *data = BytesOf(block);
+    if (!data || numBytes <= 0) return kNotFound;
+    const auto count = static_cast<std::size_t>(numBytes);
+    const std::size_t at = FirstOther(data + srcOfs, count, static_cast<uint8_t>(byteValue));
+    return at < count ? srcOfs + static_cast<intptr_t>(at) : kNotFound;
+}
+
+bool BytesEqualQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, REALobject destBlk,
+                   intptr_t destOfs) {
+    const uint8_t *source = BytesOf(block);
+    const uint8_t *dest = BytesOf(destBlk);
+    if (!source || !dest) return false;
+    // A negative count has no meaning here; it compares as unequal.
+    if (numBytes < 0) return false;
+    return std::memcmp(source + srcOfs, dest + destOfs, static_cast<std::size_t>(numBytes)) == 0;
+}
+
+bool BytesZeroQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes) {
+    if (!block) return false;
+    if (srcOfs < 0) {
+        RaiseException("OutOfBoundsException", "source offset < 0", hostabi::kEncodingASCII);
+        return false;
+    }
+    if (numBytes < 0) {
+        RaiseException("OutOfBoundsException", "length < 0", hostabi::kEncodingASCII);
+        return false;
+    }
+    const uint8_t *data = BytesOf(block);
+    if (!data) return false;
+    const auto count = static_cast<std::size_t>(numBytes);
+    return FirstOther(data + srcOfs, count, 0) == count;
+}
+
+intptr_t FindStringQVT(REALobject block, intptr_t srcOfs, intptr_t maxBytes, REALstring target) {
+    rbData text(target);
+    return SearchBlock(block, srcOfs, maxBytes, text.data, static_cast<intptr_t>(text.size));
+}
+
+intptr_t FindBytesQVT(REALobject block, intptr_t srcOfs, intptr_t maxBytes, REALobject target,
+                      intptr_t targOfs, intptr_t targLen) {
+    const uint8_t *targetData = BytesOf(target);
+    const auto targetSize = static_cast<intptr_t>(GetBlockSize(target));
+    // Every refusal gives the same -2, so the offset is tested before it
+    // takes part in any arithmetic.
+    if (!targetData || targOfs < 0) return kBadSearchArguments;
+    if (targLen < 1) {
+        targLen = targetSize - targOfs;
+        if (targLen < 1) return kBadSearchArguments;
+    }
+    if (targetSize != 0 && targOfs >= targetSize) return kBadSearchArguments;
+    return SearchBlock(block, srcOfs, maxBytes, targetData + targOfs, targLen);
+}
+
+}  // namespace qvt

@@ -1,0 +1,47 @@
+// The plug-in's tables: every declaration the host's language sees, tied to
+// the function behind it. The host keeps the addresses of these records and
+// writes into them, so they are static, writable and never copied.
+#pragma once
+
+#include <cstdint>
+#include <iterator>
+
+#include "abi/plugin_abi.h"
+
+namespace qvt {
+
+// The flags vocabulary shared by members, classes and modules.
+inline constexpr uint32_t kFlagConsoleSafe = 0x4;
+inline constexpr uint32_t kFlagTargetMask = 0x70C;
+inline constexpr uint32_t REALTargetDesktop = 0x200;
+inline constexpr uint32_t REALTargetIOS = 0x400;
+inline constexpr uint32_t kFlagAllDesktopTargets = 0x308;
+inline constexpr uint32_t kFlagConsoleSafeFrom2010 = 0x40000;
+inline constexpr uint32_t kFlagScopeMask = 0xF0;
+inline constexpr uint32_t kFlagScopeDefault = 0x40;
+inline constexpr uint32_t kFlagScopeExtension = 0x10;
+inline constexpr uint32_t kFlagControlMenuEvents = 0x1000;
+
+// Any function goes into a record as REALproc; the template argument names
+// the exact signature, which also picks one overload out of several.
+template <typename Signature>
+REALproc Proc(Signature *function) {
+    return reinterpret_cast<REALproc>(function);
+}
+
+// A getter or setter of all ones means direct access by offset.
+inline const REALproc kDirectAccess = reinterpret_cast<REALproc>(~uintptr_t{0});
+
+// The methods added to the host's class MemoryBlock.
+extern REALmethodDefinition gMemoryBlockExtensionMethods[];
+extern const std::size_t kMemoryBlockExtensionMethodCount;
+extern REALclassDefinition gMemoryBlockExtension;
+
+// The global functions.
+extern REALmethodDefinition gGlobalMethods[];
+extern const intptr_t kGlobalMethodCount;
+
+// The hidden property every synthesised module carries.
+extern REALpropertyDefinition gDebuggingProperty;
+
+}  // namespace qvt

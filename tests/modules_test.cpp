@@ -1,0 +1,258 @@
+// Class extensions and global methods as synthesised modules: declarations
+// rewritten, entries laid out, and the route chosen by the host's version.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "hostvalues/allocation.h"
+#include "registration_fixture.h"
+#include "shell/definitions.h"
+#include "shell/modules.h"
+#include "shell/validation.h"
+
+namespace qvt {
+namespace {
+
+using test::Lines;
+
+class ModulesTest : public test::RegistrationTest {};
+
+void Reader() {}
+void Writer() {}
+void Other() {}
+
+std::string Owned(char *text) {
+    std::string copy = text != nullptr ? text : "<nil>";
+    FreeMemory(text);
+    return copy;
+}
+
+TEST(ExtendDeclaration, PutsTheReceiverFirst) {
+    const struct {
+        const char *declaration;
+        const char *extended;
+    } cases[] = {
+        {"GetBitQVT(Bit as UInt64) as Integer",
+         "GetBitQVT(extends ref as MemoryBlock, Bit as UInt64) as Integer"},
+        {"SetBitQVT(Bit as UInt64)", "SetBitQVT(extends ref as MemoryBlock, Bit as UInt64)"},
+        {"Count as Integer", "Count(extends ref as MemoryBlock) as Integer"},
+        {"Close", "Close(extends ref as MemoryBlock)"},
+        {"FindByteQVT(values() as UInt8, StartByteOffset as Integer = 0) as Integer",
+         "FindByteQVT(extends ref as MemoryBlock, values() as UInt8, StartByteOffset as Integer = "
+         "0) "
+         "as Integer"},
+        // Empty brackets are not special.
+        {"Reset()", "Reset(extends ref as MemoryBlock, )"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(Owned(ExtendDeclaration(c.declaration, "MemoryBlock")), c.extended);
+    }
+    EXPECT_EQ(ExtendDeclaration(nullptr, "MemoryBlock"), nullptr);
+}
+
+TEST(ExtendSetterDeclaration, MovesTheResultTypeIntoTheBrackets) {
+    const struct {
+        const char *declaration;
+        const char *assigning;
+    } cases[] = {
+        {"OSTypeQVT(offset as Integer) as String",
+         "OSTypeQVT(extends ref as MemoryBlock, offset as Integer, assigns value as String)"},
+        {"Count as Integer", "Count(extends ref as MemoryBlock, assigns value as Integer)"},
+        {"Close", "Close(extends ref as MemoryBlock, assigns value)"},
+        // An unclosed bracket: the blank is where the assigning form begins.
+        {"Odd(a", "Odd(extends(assigns value ref as MemoryBlock, a)"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(Owned(ExtendSetterDeclaration(c.declaration, "MemoryBlock")), c.assigning);
+    }
+}
+
+REALmethodDefinition MethodRecord(REALproc function, const char *declaration,
+                                  REALproc setter = nullptr) {
+    return {function, setter, declaration, 4, 0, nullptr};
+}
+
+REALclassDefinition ExtensionRecord(REALmethodDefinition *methods, RBWord count) {
+    REALclassDefinition c = {};
+    c.version = 15;
+    c.name = "Thing";
+    c.methods = methods;
+    c.methodCount = count;
+    c.flags = 4;
+    return c;
+}
+
+struct Entry {
+    std::string declaration;
+    REALproc function;
+    RBWord flags;
+    bool operator==(const Entry &) const = default;
+};
+
+std::vector<Entry> EntriesOf(const REALmoduleDefinition *module) {
+    std::vector<Entry> entries;
+    for (RBWord i = 0; i < module->methodCount; ++i) {
+        const REALmethodDefinition &m = module->methods[i];
+        EXPECT_EQ(m.setterFunction, nullptr);
+        entries.push_back({m.declaration, m.function, m.flags});
+    }
+    return entries;
+}
+
+TEST_F(ModulesTest, AssigningEntryComesBeforeTheReadingOne) {
+    const REALproc reader = Proc<void()>(&Reader), writer = Proc<void()>(&Writer),
+                   other = Proc<void()>(&Other);
+    REALattributeDefinition attributes[1] = {{"Hidden", ""}};
+    REALmethodDefinition methods[4] = {
+        MethodRecord(other, "First(a as Integer)"),
+        MethodRecord(reader, "Code(offset as Integer) as String", writer),
+        MethodRecord(nullptr, "Skipped"),
+        {other, nullptr, "Last", 4, 1, attributes},
+    };
+    REALclassDefinition ext = ExtensionRecord(methods, 4);
+    EXPECT_EQ(LinesOf([&] { RegisterExtensionModule(&ext); }), Lines{});
+    ASSERT_EQ(Kinds(), Lines{"Module"});
+    auto *module = static_cast<const REALmoduleDefinition *>(simhost::Registrations()[0].record);
+    EXPECT_STREQ(module->name, "ThingMemoryExtensionQVT");
+    EXPECT_EQ(module->version, 13u);
+    EXPECT_EQ(module->flags, 4u);
+    EXPECT_EQ(module->properties, &gDebuggingProperty);
+    EXPECT_EQ(module->propertyCount, 1u);
+    EXPECT_EQ(EntriesOf(module),
+              (std::vector<Entry>{
+                  {"First(extends ref as Thing, a as Integer)", other, 0x14},
+                  {"Code(extends ref as Thing, offset as Integer, assigns value as String)", writer,
+                   0x14},
+                  {"Code(extends ref as Thing, offset as Integer) as String", reader, 0x14},
+                  {"Last(extends ref as Thing)", other, 0x14},
+              }));
+    EXPECT_EQ(module->methods[3].attributes, attributes);
+    EXPECT_EQ(module->methods[3].attributeCount, 1u);
+    // The table keeps what it had.
+    EXPECT_EQ(methods[1].flags, 4u);
+    EXPECT_STREQ(methods[1].declaration, "Code(offset as Integer) as String");
+}
+
+TEST_F(ModulesTest, ExtensionWithoutMethodsMakesNoHostCall) {
+    REALclassDefinition ext = ExtensionRecord(nullptr, 0);
+    EXPECT_EQ(LinesOf([&] { RegisterClassExtension(&ext); }), Lines{});
+    EXPECT_TRUE(simhost::Registrations().empty());
+    EXPECT_TRUE(simhost::ResolverLog().empty());
+}
+
+TEST_F(ModulesTest, ADeclarationThatCannotBeCopiedKeepsTheModuleFromTheHost) {
+    REALmethodDefinition methods[2] = {MethodRecord(Proc<void()>(&Reader), "Fine"),
+                                       MethodRecord(Proc<void()>(&Other), nullptr)};
+    REALclassDefinition ext = ExtensionRecord(methods, 2);
+    LinesOf([&] { RegisterExtensionModule(&ext); });
+    EXPECT_TRUE(simhost::Registrations().empty());
+}
+
+TEST_F(ModulesTest, NoRoomForTheMethodsKeepsTheModuleFromTheHost) {
+    REALmethodDefinition noFunctions[1] = {MethodRecord(nullptr, "Nothing")};
+    REALclassDefinition ext = ExtensionRecord(noFunctions, 1);
+    REALmethodDefinition globals[1] = {MethodRecord(Proc<void()>(&Reader), "G() as Integer")};
+    EXPECT_EQ(LinesOf([&] {
+                  RegisterExtensionModule(&ext);
+                  RegisterMethods(globals, -1);
+              }),
+              (Lines{"QVT Debug: Warning: Failed to allocate memory for method definitions.",
+                     "QVT Debug: Warning: Failed to allocate memory for method definitions."}));
+    EXPECT_TRUE(simhost::Registrations().empty());
+}
+
+TEST_F(ModulesTest, RouteFollowsTheHostVersion) {
+    const struct {
+        double host;
+        Lines kinds;
+    } cases[] = {
+        {2011.0, {"ClassExtension", "Method", "Method"}},
+        {2012.99, {"ClassExtension", "Method", "Method"}},
+        {2013.0, {"Module", "Module"}},
+        {2999.99, {"Module", "Module"}},
+        {3000.0, {"ClassExtension", "Method", "Method"}},
+    };
+    for (const auto &c : cases) {
+        simhost::Reset();
+        OnHost(c.host);
+        REALmethodDefinition methods[1] = {MethodRecord(Proc<void()>(&Reader), "Read as Integer")};
+        REALclassDefinition ext = ExtensionRecord(methods, 1);
+        REALmethodDefinition globals[2] = {MethodRecord(Proc<void()>(&Reader), "G1() as Integer"),
+                                           MethodRecord(Proc<void()>(&Other), "G2(n as Int32)")};
+        Lines lines = LinesOf([&] {
+            RegisterClassExtension(&ext);
+            RegisterMethods(globals, 2);
+        });
+        EXPECT_EQ(lines, Lines{}) << c.host;
+        EXPECT_EQ(Kinds(), c.kinds) << c.host;
+    }
+}
+
+TEST_F(ModulesTest, GlobalsModuleKeepsTheTablesTexts) {
+    REALmethodDefinition globals[2] = {
+        {Proc<void()>(&Reader), nullptr, "G1() as Integer", 0x40000, 0, nullptr},
+        {Proc<void()>(&Other), Proc<void()>(&Writer), "G2(n as Int32)", 4, 0, nullptr}};
+    RegisterMethods(globals, 2);
+    ASSERT_EQ(Kinds(), Lines{"Module"});
+    auto *module = static_cast<const REALmoduleDefinition *>(simhost::Registrations()[0].record);
+    EXPECT_STREQ(module->name, "MemoryGlobalsQVT");
+    ASSERT_EQ(module->methodCount, 2u);
+    EXPECT_EQ(module->methods[0].declaration, globals[0].declaration);
+    EXPECT_EQ(module->methods[1].setterFunction, Proc<void()>(&Writer));
+    EXPECT_EQ(module->methods[0].flags, 0x14u);
+    EXPECT_EQ(module->methods[1].flags, 0x14u);
+    // The flags were fixed in the table itself, the scope only in the copies.
+    EXPECT_EQ(globals[0].flags, 0x4u);
+    EXPECT_EQ(globals[1].flags, 0x4u);
+    EXPECT_EQ(module->properties, &gDebuggingProperty);
+}
+
+TEST_F(ModulesTest, DirectRouteSendsTheWrittenRecordsEvenToTheOldestHost) {
+    OnHost(0.0);
+    REALmethodDefinition globals[2] = {MethodRecord(Proc<void()>(&Reader), "G1() as Integer"),
+                                       MethodRecord(Proc<void()>(&Other), "G2(n as Int32)")};
+    RegisterMethods(globals, 2);
+    auto registrations = simhost::Registrations();
+    ASSERT_EQ(registrations.size(), 2u);
+    EXPECT_EQ(registrations[0].record, &globals[0]);
+    EXPECT_EQ(registrations[1].record, &globals[1]);
+    EXPECT_STREQ(globals[1].declaration, "G2(n as Int32)");
+}
+
+TEST_F(ModulesTest, EmptyOrNilMethodArraysAreRefused) {
+    REALmethodDefinition globals[1] = {MethodRecord(Proc<void()>(&Reader), "G() as Integer")};
+    EXPECT_EQ(LinesOf([] { RegisterMethods(nullptr, 3); }),
+              Lines{"Error: A method array registered is nil."});
+    EXPECT_EQ(LinesOf([&] { RegisterMethods(globals, 0); }),
+              Lines{"Warning: A method array registered with count = 0."});
+    EXPECT_TRUE(simhost::Registrations().empty());
+}
+
+TEST_F(ModulesTest, BothModulesShareTheDebuggingProperty) {
+    REALmethodDefinition methods[1] = {MethodRecord(Proc<void()>(&Reader), "Read as Integer")};
+    REALclassDefinition ext = ExtensionRecord(methods, 1);
+    REALmethodDefinition globals[1] = {MethodRecord(Proc<void()>(&Other), "G() as Integer")};
+    RegisterClassExtension(&ext);
+    RegisterMethods(globals, 1);
+    auto registrations = simhost::Registrations();
+    ASSERT_EQ(registrations.size(), 2u);
+    for (const auto &r : registrations) {
+        EXPECT_EQ(static_cast<const REALmoduleDefinition *>(r.record)->properties,
+                  &gDebuggingProperty);
+    }
+    EXPECT_EQ(gDebuggingProperty.flags, 0x26u);
+    EXPECT_STREQ(gDebuggingProperty.attributes[0].name, "Hidden");
+    auto property = simhost::FindProperty("Debugging", "MemoryGlobalsQVT");
+    ASSERT_TRUE(property.has_value());
+    EXPECT_EQ(property->type, "Boolean");
+    auto set = reinterpret_cast<void (*)(REALobject, intptr_t, intptr_t)>(property->setter);
+    auto get = reinterpret_cast<bool (*)(REALobject, intptr_t)>(property->getter);
+    set(nullptr, 0, 2);
+    EXPECT_TRUE(get(nullptr, 0));
+    set(nullptr, 0, 0);
+    EXPECT_FALSE(get(nullptr, 0));
+}
+
+}  // namespace
+}  // namespace qvt
