@@ -2,18 +2,13 @@
 
 #include "diagnostics/debuglog.h"
 #include "memory/bits.h"
+#include "memory/search.h"
 #include "memory/slices.h"
 #include "shell/entry.h"
 
 namespace qvt {
 
 namespace {
-
-// Every method record of this plug-in has the same flags and no attributes.
-constexpr REALmethodDefinition Method(REALproc function, const char *declaration,
-                                      REALproc setterFunction = nullptr) {
-    return {function, setterFunction, declaration, kFlagConsoleSafe, 0, nullptr};
-}
 
 REALattributeDefinition gHiddenAttribute[] = {{"Hidden", ""}};
 
@@ -22,19 +17,26 @@ REALattributeDefinition gHiddenAttribute[] = {{"Hidden", ""}};
 // The order of this array is the order in which the methods reach the host.
 // clang-format off
 REALmethodDefinition gMemoryBlockExtensionMethods[] = {
-    Method(Proc<intptr_t(REALobject, uint64_t)>(&GetBitQVT), "GetBitQVT(Bit as UInt64) as Integer"),
-    Method(Proc<bool(REALobject, uint64_t)>(&IsBitSetQVT), "IsBitSetQVT(Bit as UInt64) as Boolean"),
-    Method(Proc<void(REALobject, uint64_t, intptr_t)>(&SetBitQVT), "SetBitQVT(Bit as UInt64, Value as Integer)"),
-    Method(Proc<void(REALobject, uint64_t)>(&SetBitQVT), "SetBitQVT(Bit as UInt64)"),
-    Method(Proc<void(REALobject, uint64_t, bool)>(&SetBitQVT), "SetBitQVT(Bit as UInt64, Value as Boolean)"),
-    Method(Proc<void(REALobject, uint64_t)>(&ClearBitQVT), "ClearBitQVT(Bit as UInt64)"),
-    Method(Proc<REALobject(REALobject, intptr_t)>(&MidQVT), "MidQVT(offset as integer) as Memoryblock"),
-    Method(Proc<REALobject(REALobject, intptr_t, intptr_t)>(&MidQVT), "MidQVT(offset As Integer, length As Integer) as Memoryblock"),
-    Method(Proc<REALobject(REALobject, intptr_t)>(&LeftQVT), "LeftQVT(length as integer) as Memoryblock"),
-    Method(Proc<REALobject(REALobject, intptr_t)>(&RightQVT), "RightQVT(length As Integer) as Memoryblock"),
-    Method(Proc<REALobject(REALobject, REALobject)>(&AppendQVT), "AppendQVT(other as Memoryblock) as Memoryblock"),
-    Method(Proc<void(REALobject, intptr_t, intptr_t, intptr_t)>(&FillBytesQVT), "FillBytesQVT(offset as integer, count as integer, value as integer)"),
-    Method(Proc<void(REALobject, intptr_t, intptr_t)>(&InvertBytesQVT), "InvertBytesQVT(offset as integer, count as integer)"),
+    QVT_METHOD(intptr_t(REALobject, REALarray, intptr_t), FindByteQVT, "FindByteQVT(values() as UInt8, StartByteOffset as Integer = 0) as Integer"),
+    QVT_METHOD(intptr_t(REALobject, uint64_t), GetBitQVT, "GetBitQVT(Bit as UInt64) as Integer"),
+    QVT_METHOD(bool(REALobject, uint64_t), IsBitSetQVT, "IsBitSetQVT(Bit as UInt64) as Boolean"),
+    QVT_METHOD(void(REALobject, uint64_t, intptr_t), SetBitQVT, "SetBitQVT(Bit as UInt64, Value as Integer)"),
+    QVT_METHOD(void(REALobject, uint64_t), SetBitQVT, "SetBitQVT(Bit as UInt64)"),
+    QVT_METHOD(void(REALobject, uint64_t, bool), SetBitQVT, "SetBitQVT(Bit as UInt64, Value as Boolean)"),
+    QVT_METHOD(void(REALobject, uint64_t), ClearBitQVT, "ClearBitQVT(Bit as UInt64)"),
+    QVT_METHOD(bool(REALobject, intptr_t, intptr_t, REALobject, intptr_t), BytesEqualQVT, "BytesEqualQVT(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean"),
+    QVT_METHOD(bool(REALobject, intptr_t, intptr_t), BytesZeroQVT, "BytesZeroQVT(srcOfs as Integer, numBytes as Integer) as Boolean"),
+    QVT_METHOD(intptr_t(REALobject, intptr_t, intptr_t, intptr_t), FindNotByteQVT, "FindNotByteQVT(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer"),
+    QVT_METHOD(intptr_t(REALobject, intptr_t, intptr_t, intptr_t), FindByteQVT, "FindByteQVT(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer"),
+    QVT_METHOD(intptr_t(REALobject, intptr_t, intptr_t, REALstring), FindStringQVT, "FindStringQVT(srcOfs as Integer, maxBytes as Integer, target as String) as Integer"),
+    QVT_METHOD(intptr_t(REALobject, intptr_t, intptr_t, REALobject, intptr_t, intptr_t), FindBytesQVT, "FindBytesQVT(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as Integer) as Integer"),
+    QVT_METHOD(REALobject(REALobject, intptr_t), MidQVT, "MidQVT(offset as integer) as Memoryblock"),
+    QVT_METHOD(REALobject(REALobject, intptr_t, intptr_t), MidQVT, "MidQVT(offset As Integer, length As Integer) as Memoryblock"),
+    QVT_METHOD(REALobject(REALobject, intptr_t), LeftQVT, "LeftQVT(length as integer) as Memoryblock"),
+    QVT_METHOD(REALobject(REALobject, intptr_t), RightQVT, "RightQVT(length As Integer) as Memoryblock"),
+    QVT_METHOD(REALobject(REALobject, REALobject), AppendQVT, "AppendQVT(other as Memoryblock) as Memoryblock"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t), FillBytesQVT, "FillBytesQVT(offset as integer, count as integer, value as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), InvertBytesQVT, "InvertBytesQVT(offset as integer, count as integer)"),
 };
 // clang-format on
 
@@ -75,8 +77,8 @@ REALclassDefinition gMemoryBlockExtension = {
 
 // clang-format off
 REALmethodDefinition gGlobalMethods[] = {
-    Method(Proc<REALobject(intptr_t)>(&NewMemoryBlockFromPtrQVT), "NewMemoryBlockFromPtrQVT(ptr as integer) as MemoryBlock"),
-    Method(Proc<REALobject(void *, intptr_t)>(&NewMemoryBlockWithBytesQVT), "NewMemoryBlockWithBytesQVT(Data as Ptr, size as Integer) as MemoryBlock"),
+    QVT_METHOD(REALobject(intptr_t), NewMemoryBlockFromPtrQVT, "NewMemoryBlockFromPtrQVT(ptr as integer) as MemoryBlock"),
+    QVT_METHOD(REALobject(void *, intptr_t), NewMemoryBlockWithBytesQVT, "NewMemoryBlockWithBytesQVT(Data as Ptr, size as Integer) as MemoryBlock"),
 };
 // clang-format on
 
@@ -87,8 +89,8 @@ REALpropertyDefinition gDebuggingProperty = {
     .name = "Debugging",
     .type = "Boolean",
     .flags = 0x26,
-    .getter = Proc<bool(REALobject, intptr_t)>(&DebuggingGetter),
-    .setter = Proc<void(REALobject, intptr_t, intptr_t)>(&DebuggingSetter),
+    .getter = QVT_PROC(bool(REALobject, intptr_t), DebuggingGetter),
+    .setter = QVT_PROC(void(REALobject, intptr_t, intptr_t), DebuggingSetter),
     .offset = 0,
     .editor = nullptr,
     .enumCount = 0,

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <iterator>
+#include <type_traits>
 
 #include "abi/plugin_abi.h"
 
@@ -22,12 +23,17 @@ inline constexpr uint32_t kFlagScopeDefault = 0x40;
 inline constexpr uint32_t kFlagScopeExtension = 0x10;
 inline constexpr uint32_t kFlagControlMenuEvents = 0x1000;
 
-// Any function goes into a record as REALproc; the template argument names
-// the exact signature, which also picks one overload out of several.
-template <typename Signature>
-REALproc Proc(Signature *function) {
-    return reinterpret_cast<REALproc>(function);
-}
+// Any function goes into a record as REALproc; the signature names its exact
+// type, which also picks one overload out of several. A macro rather than a
+// function, so that the tables stay constant-initialised: the library runs no
+// code of its own before REALPluginMain.
+#define QVT_PROC(signature, function) \
+    reinterpret_cast<REALproc>(static_cast<std::add_pointer_t<signature>>(&function))
+
+// One method record: every method of this plug-in has the same flags and no
+// attributes.
+#define QVT_METHOD(signature, function, declaration) \
+    { QVT_PROC(signature, function), nullptr, declaration, kFlagConsoleSafe, 0, nullptr }
 
 // A getter or setter of all ones means direct access by offset.
 inline const REALproc kDirectAccess = reinterpret_cast<REALproc>(~uintptr_t{0});

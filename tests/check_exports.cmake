@@ -14,3 +14,10 @@ if(NOT defined STREQUAL "REALPluginMain")
   message(FATAL_ERROR "exported: ${defined}")
 endif()
 message(STATUS "exported: ${defined}")
+
+# Nothing of the plug-in runs before REALPluginMain: no static constructors.
+execute_process(COMMAND ${NM} ${PLUGIN} OUTPUT_VARIABLE all_symbols)
+string(REGEX MATCHALL "_GLOBAL__sub_I[^\n]*" constructors "${all_symbols}")
+if(constructors)
+  message(FATAL_ERROR "static initialisers: ${constructors}")
+endif()

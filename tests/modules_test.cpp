@@ -101,8 +101,8 @@ std::vector<Entry> EntriesOf(const REALmoduleDefinition *module) {
 }
 
 TEST_F(ModulesTest, AssigningEntryComesBeforeTheReadingOne) {
-    const REALproc reader = Proc<void()>(&Reader), writer = Proc<void()>(&Writer),
-                   other = Proc<void()>(&Other);
+    const REALproc reader = QVT_PROC(void(), Reader), writer = QVT_PROC(void(), Writer),
+                   other = QVT_PROC(void(), Other);
     REALattributeDefinition attributes[1] = {{"Hidden", ""}};
     REALmethodDefinition methods[4] = {
         MethodRecord(other, "First(a as Integer)"),
@@ -142,8 +142,8 @@ TEST_F(ModulesTest, ExtensionWithoutMethodsMakesNoHostCall) {
 }
 
 TEST_F(ModulesTest, ADeclarationThatCannotBeCopiedKeepsTheModuleFromTheHost) {
-    REALmethodDefinition methods[2] = {MethodRecord(Proc<void()>(&Reader), "Fine"),
-                                       MethodRecord(Proc<void()>(&Other), nullptr)};
+    REALmethodDefinition methods[2] = {MethodRecord(QVT_PROC(void(), Reader), "Fine"),
+                                       MethodRecord(QVT_PROC(void(), Other), nullptr)};
     REALclassDefinition ext = ExtensionRecord(methods, 2);
     LinesOf([&] { RegisterExtensionModule(&ext); });
     EXPECT_TRUE(simhost::Registrations().empty());
@@ -152,7 +152,7 @@ TEST_F(ModulesTest, ADeclarationThatCannotBeCopiedKeepsTheModuleFromTheHost) {
 TEST_F(ModulesTest, NoRoomForTheMethodsKeepsTheModuleFromTheHost) {
     REALmethodDefinition noFunctions[1] = {MethodRecord(nullptr, "Nothing")};
     REALclassDefinition ext = ExtensionRecord(noFunctions, 1);
-    REALmethodDefinition globals[1] = {MethodRecord(Proc<void()>(&Reader), "G() as Integer")};
+    REALmethodDefinition globals[1] = {MethodRecord(QVT_PROC(void(), Reader), "G() as Integer")};
     EXPECT_EQ(LinesOf([&] {
                   RegisterExtensionModule(&ext);
                   RegisterMethods(globals, -1);
@@ -176,10 +176,10 @@ TEST_F(ModulesTest, RouteFollowsTheHostVersion) {
     for (const auto &c : cases) {
         simhost::Reset();
         OnHost(c.host);
-        REALmethodDefinition methods[1] = {MethodRecord(Proc<void()>(&Reader), "Read as Integer")};
+        REALmethodDefinition methods[1] = {MethodRecord(QVT_PROC(void(), Reader), "Read as Integer")};
         REALclassDefinition ext = ExtensionRecord(methods, 1);
-        REALmethodDefinition globals[2] = {MethodRecord(Proc<void()>(&Reader), "G1() as Integer"),
-                                           MethodRecord(Proc<void()>(&Other), "G2(n as Int32)")};
+        REALmethodDefinition globals[2] = {MethodRecord(QVT_PROC(void(), Reader), "G1() as Integer"),
+                                           MethodRecord(QVT_PROC(void(), Other), "G2(n as Int32)")};
         Lines lines = LinesOf([&] {
             RegisterClassExtension(&ext);
             RegisterMethods(globals, 2);
@@ -191,15 +191,15 @@ TEST_F(ModulesTest, RouteFollowsTheHostVersion) {
 
 TEST_F(ModulesTest, GlobalsModuleKeepsTheTablesTexts) {
     REALmethodDefinition globals[2] = {
-        {Proc<void()>(&Reader), nullptr, "G1() as Integer", 0x40000, 0, nullptr},
-        {Proc<void()>(&Other), Proc<void()>(&Writer), "G2(n as Int32)", 4, 0, nullptr}};
+        {QVT_PROC(void(), Reader), nullptr, "G1() as Integer", 0x40000, 0, nullptr},
+        {QVT_PROC(void(), Other), QVT_PROC(void(), Writer), "G2(n as Int32)", 4, 0, nullptr}};
     RegisterMethods(globals, 2);
     ASSERT_EQ(Kinds(), Lines{"Module"});
     auto *module = static_cast<const REALmoduleDefinition *>(simhost::Registrations()[0].record);
     EXPECT_STREQ(module->name, "MemoryGlobalsQVT");
     ASSERT_EQ(module->methodCount, 2u);
     EXPECT_EQ(module->methods[0].declaration, globals[0].declaration);
-    EXPECT_EQ(module->methods[1].setterFunction, Proc<void()>(&Writer));
+    EXPECT_EQ(module->methods[1].setterFunction, QVT_PROC(void(), Writer));
     EXPECT_EQ(module->methods[0].flags, 0x14u);
     EXPECT_EQ(module->methods[1].flags, 0x14u);
     // The flags were fixed in the table itself, the scope only in the copies.
@@ -210,8 +210,8 @@ TEST_F(ModulesTest, GlobalsModuleKeepsTheTablesTexts) {
 
 TEST_F(ModulesTest, DirectRouteSendsTheWrittenRecordsEvenToTheOldestHost) {
     OnHost(0.0);
-    REALmethodDefinition globals[2] = {MethodRecord(Proc<void()>(&Reader), "G1() as Integer"),
-                                       MethodRecord(Proc<void()>(&Other), "G2(n as Int32)")};
+    REALmethodDefinition globals[2] = {MethodRecord(QVT_PROC(void(), Reader), "G1() as Integer"),
+                                       MethodRecord(QVT_PROC(void(), Other), "G2(n as Int32)")};
     RegisterMethods(globals, 2);
     auto registrations = simhost::Registrations();
     ASSERT_EQ(registrations.size(), 2u);
@@ -221,7 +221,7 @@ TEST_F(ModulesTest, DirectRouteSendsTheWrittenRecordsEvenToTheOldestHost) {
 }
 
 TEST_F(ModulesTest, EmptyOrNilMethodArraysAreRefused) {
-    REALmethodDefinition globals[1] = {MethodRecord(Proc<void()>(&Reader), "G() as Integer")};
+    REALmethodDefinition globals[1] = {MethodRecord(QVT_PROC(void(), Reader), "G() as Integer")};
     EXPECT_EQ(LinesOf([] { RegisterMethods(nullptr, 3); }),
               Lines{"Error: A method array registered is nil."});
     EXPECT_EQ(LinesOf([&] { RegisterMethods(globals, 0); }),
@@ -230,9 +230,9 @@ TEST_F(ModulesTest, EmptyOrNilMethodArraysAreRefused) {
 }
 
 TEST_F(ModulesTest, BothModulesShareTheDebuggingProperty) {
-    REALmethodDefinition methods[1] = {MethodRecord(Proc<void()>(&Reader), "Read as Integer")};
+    REALmethodDefinition methods[1] = {MethodRecord(QVT_PROC(void(), Reader), "Read as Integer")};
     REALclassDefinition ext = ExtensionRecord(methods, 1);
-    REALmethodDefinition globals[1] = {MethodRecord(Proc<void()>(&Other), "G() as Integer")};
+    REALmethodDefinition globals[1] = {MethodRecord(QVT_PROC(void(), Other), "G() as Integer")};
     RegisterClassExtension(&ext);
     RegisterMethods(globals, 1);
     auto registrations = simhost::Registrations();

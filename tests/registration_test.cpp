@@ -98,7 +98,7 @@ TEST_P(EveryHost, CallsRegisteredFunctionsThroughTheHost) {
     auto setBit = simhost::FindMethod("SetBitQVT(Bit as UInt64, Value as Boolean)", "MemoryBlock");
     auto getBit = simhost::FindMethod("GetBitQVT(Bit as UInt64) as Integer", "MemoryBlock");
     ASSERT_TRUE(setBit && getBit);
-    EXPECT_EQ(getBit->function, Proc<intptr_t(REALobject, uint64_t)>(&GetBitQVT));
+    EXPECT_EQ(getBit->function, QVT_PROC(intptr_t(REALobject, uint64_t), GetBitQVT));
     REALobject block = simhost::NewBlock(2);
     reinterpret_cast<void (*)(REALobject, uint64_t, bool)>(setBit->function)(block, 9, true);
     EXPECT_EQ(simhost::Bytes(block)[1], 0x40);
@@ -131,11 +131,16 @@ TEST_F(FullLoadTest, ModulesCarryRewrittenDeclarationsAndTheHiddenProperty) {
     EXPECT_EQ(extension.members.back().text, "Debugging as Boolean");
     const auto declarations = Declarations(extension);
     ASSERT_FALSE(declarations.empty());
-    EXPECT_EQ(declarations[0], "GetBitQVT(extends ref as MemoryBlock, Bit as UInt64) as Integer");
-    EXPECT_NE(std::find(declarations.begin(), declarations.end(),
-                        "InvertBytesQVT(extends ref as MemoryBlock, offset as integer, count as "
-                        "integer)"),
-              declarations.end());
+    // Rewritten at the first "(" only: "values()" stays.
+    EXPECT_EQ(declarations[0],
+              "FindByteQVT(extends ref as MemoryBlock, values() as UInt8, StartByteOffset as "
+              "Integer = 0) as Integer");
+    for (const char *rewritten :
+         {"GetBitQVT(extends ref as MemoryBlock, Bit as UInt64) as Integer",
+          "InvertBytesQVT(extends ref as MemoryBlock, offset as integer, count as integer)"}) {
+        EXPECT_NE(std::find(declarations.begin(), declarations.end(), rewritten),
+                  declarations.end());
+    }
     auto *module = static_cast<const REALmoduleDefinition *>(registrations[0].record);
     for (RBWord i = 0; i < module->methodCount; ++i) {
         EXPECT_EQ(module->methods[i].flags, 0x14u) << module->methods[i].declaration;

@@ -31,7 +31,7 @@ protected:
 };
 
 void Nothing() {}
-REALproc Function() { return Proc<void()>(&Nothing); }
+REALproc Function() { return QVT_PROC(void(), Nothing); }
 
 REALmethodDefinition MethodRecord(const char *declaration, RBWord flags = 4) {
     return {Function(), nullptr, declaration, flags, 0, nullptr};
