@@ -63,6 +63,10 @@ const Bytes kCounting{0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
 const Bytes kSix{1, 2, 3, 4, 5, 6};
 const Bytes kNone;
 const uint8_t kABC[] = {'a', 'b', 'c'};
+const Bytes kPacked12{0xAB, 0xCD, 0xEF, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC};
+const Bytes kPixels{10, 20, 30, 99, 100, 90, 110, 105};
+const uint8_t kFirst[] = {1, 200};
+const uint8_t kSecond[] = {2, 100};
 
 Bytes With(Bytes bytes, std::size_t at, uint8_t value) {
     bytes[at] = value;
@@ -91,12 +95,76 @@ std::vector<Step> Steps() {
          [](R f, O b) { return Void<O, uint64_t, intptr_t>(f, b, 7, 3); }},
         {"SetBitQVT(Bit as UInt64, Value as Boolean)", "Bit=0 Value=true", Receiver::Block, kZeros,
          [](R f, O b) { return Void<O, uint64_t, bool>(f, b, 0, true); }},
+        {"ConvertRGB12BitTo8BitQVT(Width as Integer)", "Width=1", Receiver::Block, kPacked12,
+         [](R f, O b) { return Void<O, intptr_t>(f, b, 1); }},
+        {"_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as "
+         "Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, "
+         "Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)",
+         "Source=100,100,100,100 Dest=1,2,3,257 Tolerance=0.1", Receiver::Block, kPixels,
+         [](R f, O b) {
+             return Void<O, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
+                         intptr_t, double, intptr_t, intptr_t>(f, b, 100, 100, 100, 100, 1, 2, 3,
+                                                               257, 0.1, 0, 0);
+         }},
+        {"_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, "
+         "WithSum0 as boolean = true)",
+         "defaults", Receiver::Block, kPixels,
+         [](R f, O b) {
+             return Void<O, intptr_t, intptr_t, intptr_t, bool>(f, b, 255, 0, 0, true);
+         }},
+        {"_CalcLogSweepTableQVT(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as "
+         "integer, T as double)",
+         "offsetByte=0 Z=2 lw1=20 lw2=20000 T=1000", Receiver::Block, Bytes(16, 0),
+         [](R f, O b) {
+             return Void<O, intptr_t, intptr_t, intptr_t, intptr_t, double>(f, b, 0, 2, 20, 20000,
+                                                                              1000.0);
+         }},
+        {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as "
+         "Memoryblock)",
+         "offsetByte=0 Z=1 CartesianData=(3.0, 4.0)", Receiver::Block, Bytes(8, 0),
+         [](R f, O b) {
+             const float point[] = {3.0f, 4.0f};
+             const auto *bytes = reinterpret_cast<const uint8_t *>(point);
+             O source = simhost::NewBlock(Bytes(bytes, bytes + sizeof point));
+             Outcome outcome = Void<O, intptr_t, intptr_t, O>(f, b, 0, 1, source);
+             simhost::Release(source);
+             return outcome;
+         }},
+        {"MultiplyUInt8QVT(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = "
+         "0, MultiplyOnlyOver as Integer = -1)",
+         "Factor=2.0 MultiplyOnlyOver=100", Receiver::Block, Bytes{100, 101, 200},
+         [](R f, O b) {
+             return Void<O, double, intptr_t, intptr_t, intptr_t>(f, b, 2.0, 0, 0, 100);
+         }},
+        {"MultiplyUInt8QVT(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = "
+         "0, MultiplyOnlyOver as Integer = -1)",
+         "Factor=-1.0", Receiver::Block, Bytes{100, 101, 200},
+         [](R f, O b) {
+             return Void<O, double, intptr_t, intptr_t, intptr_t>(f, b, -1.0, 0, 0, -1);
+         }},
+        {"MaxQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = "
+         "false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
+         "firstMem=01 C8 secondMem=02 64 Signed=true", Receiver::Block, Bytes(2, 0),
+         [](R f, O b) {
+             return Truth(Invoke<bool, O, const void *, const void *, intptr_t, bool, intptr_t,
+                                 intptr_t>(f, b, kFirst, kSecond, 8, true, 0, 0));
+         }},
+        {"MinQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = "
+         "false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
+         "firstMem=nil", Receiver::Block, Bytes(2, 0),
+         [](R f, O b) {
+             return Truth(Invoke<bool, O, const void *, const void *, intptr_t, bool, intptr_t,
+                                 intptr_t>(f, b, nullptr, kSecond, 8, false, 0, 0));
+         }},
         {"LeftQVT(length as integer) as Memoryblock", "length=3", Receiver::Block, kCounting,
          [](R f, O b) { return Block(Invoke<O, O, intptr_t>(f, b, 3)); }},
         {"LeftQVT(length as integer) as Memoryblock", "length=3", Receiver::Nil, kNone,
          [](R f, O b) { return Block(Invoke<O, O, intptr_t>(f, b, 3)); }},
         {"RightQVT(length As Integer) as Memoryblock", "length=3", Receiver::Block, kCounting,
          [](R f, O b) { return Block(Invoke<O, O, intptr_t>(f, b, 3)); }},
+        {"CopyBytesQVT(srcOfs as Integer, numBytes as Integer, destOfs as Integer)",
+         "srcOfs=0 numBytes=4 destOfs=1", Receiver::Block, kSix,
+         [](R f, O b) { return Void<O, intptr_t, intptr_t, intptr_t>(f, b, 0, 4, 1); }},
         {"MidQVT(offset as integer) as Memoryblock", "offset=7", Receiver::Block, kCounting,
          [](R f, O b) { return Block(Invoke<O, O, intptr_t>(f, b, 7)); }},
         {"MidQVT(offset As Integer, length As Integer) as Memoryblock", "offset=2 length=3",
@@ -114,6 +182,44 @@ std::vector<Step> Steps() {
          [](R f, O b) { return Void<O, intptr_t, intptr_t, intptr_t>(f, b, 2, 3, 255); }},
         {"InvertBytesQVT(offset as integer, count as integer)", "offset=2 count=3", Receiver::Block,
          kCounting, [](R f, O b) { return Void<O, intptr_t, intptr_t>(f, b, 2, 3); }},
+        {"CopyByteToUShortQVT(dest as memoryblock, SourceOffset as integer, DestinationOffset as "
+         "integer, ByteCount as integer, divisor as integer)",
+         "dest=6 bytes SourceOffset=1 DestinationOffset=0 ByteCount=3 divisor=257", Receiver::Block,
+         kCounting,
+         [](R f, O b) {
+             O dest = simhost::NewBlock(6);
+             Void<O, O, intptr_t, intptr_t, intptr_t, intptr_t>(f, b, dest, 1, 0, 3, 257);
+             Outcome outcome{"dest " + Hex(simhost::Bytes(dest))};
+             simhost::Release(dest);
+             return outcome;
+         }},
+        {"CopyUShortToByteQVT(dest as memoryblock, SourceOffset as integer, DestinationOffset as "
+         "integer, ByteCount as integer, divisor as integer)",
+         "dest=itself SourceOffset=0 DestinationOffset=0 ByteCount=3 divisor=256", Receiver::Block,
+         kSix,
+         [](R f, O b) { return Void<O, O, intptr_t, intptr_t, intptr_t, intptr_t>(f, b, b, 0, 0, 3, 256); }},
+        {"CopyUShortToByteQVT(dest as memoryblock, SourceOffset as integer, DestinationOffset as "
+         "integer, ByteCount as integer, divisor as integer)",
+         "dest=nil", Receiver::Block, kSix,
+         [](R f, O b) { return Void<O, O, intptr_t, intptr_t, intptr_t, intptr_t>(f, b, nullptr, 0, 0, 3, 1); }},
+        {"ExtractBitsQVT(Mask as integer, Dest as memoryblock=nil) as memoryblock", "Mask=&h0F",
+         Receiver::Block, kPacked12,
+         [](R f, O b) { return Block(Invoke<O, O, intptr_t, O>(f, b, 0x0F, nullptr)); }},
+        {"AndBitsQVT(Second as memoryblock, Dest as memoryblock=nil) as memoryblock",
+         "Second=3C 3C 3C", Receiver::Block, kPacked12,
+         [](R f, O b) {
+             O second = simhost::NewBlock(Bytes(3, 0x3C));
+             Outcome outcome = Block(Invoke<O, O, O, O>(f, b, second, nullptr));
+             outcome.text += ", Second now " + Hex(simhost::Bytes(second));
+             simhost::Release(second);
+             return outcome;
+         }},
+        {"BitwiseXOrQVT(Second as MemoryBlock, Dest as MemoryBlock = nil) as MemoryBlock",
+         "Second=itself Dest=itself", Receiver::Block, kPacked12,
+         [](R f, O b) { return Block(Invoke<O, O, O, O>(f, b, b, b)); }},
+        {"BitwiseOrQVT(Second as MemoryBlock, Dest as MemoryBlock = nil) as MemoryBlock",
+         "Second=nil", Receiver::Block, kPacked12,
+         [](R f, O b) { return Block(Invoke<O, O, O, O>(f, b, nullptr, nullptr)); }},
         {"EndianU16_BtoNQVT(offset as integer,count as integer)", "offset=0 count=3",
          Receiver::Block, kSix, [](R f, O b) { return Void<O, intptr_t, intptr_t>(f, b, 0, 3); }},
         {"SwapBytesQVT(offset as Integer, numBytes as Integer)", "offset=2 numBytes=100",

@@ -1,9 +1,11 @@
 #include "hostvalues/strings.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "diagnostics/debuglog.h"
+#include "hostvalues/wide_strings.h"
 #include "shell/binding.h"
 #include "shell/entry.h"
 
@@ -45,8 +47,8 @@ REALstring REALBuildUnicodeString(const void *bytes, int64_t count, uint32_t enc
         if (Debugging()) DebugLogText("Count too big for REALBuildUnicodeString.");
         return nullptr;
     }
-    // Wide text needs the UTF-16 and UTF-32 routes, which this build lacks.
-    if (encoding == hostabi::kEncodingUTF16 || encoding == hostabi::kEncodingUTF32) return nullptr;
+    if (encoding == hostabi::kEncodingUTF16) return REALBuildUnicodeStringUTF16(bytes, count);
+    if (encoding == hostabi::kEncodingUTF32) return REALBuildUnicodeStringUTF32(bytes, count);
     if (IsASCIICompatible8Bit(encoding) && AllBelow128(static_cast<const uint8_t *>(bytes), count)) {
         encoding = hostabi::kEncodingASCII;
     }
@@ -66,14 +68,18 @@ void CheckASCIIText(const char *text, int64_t length, uint32_t encoding) {
     if (!AllBelow128(bytes, length)) DebugLogStrings("Error: text is not ascii", text);
 }
 
+void LogWideEncodingMisuse(const char *routine, uint32_t encoding) {
+    const char *name = encoding == hostabi::kEncodingUTF16   ? "kREALTextEncodingUTF16"
+                       : encoding == hostabi::kEncodingUTF32 ? "kREALTextEncodingUTF32"
+                                                             : nullptr;
+    if (!name) return;
+    char line[128];
+    std::snprintf(line, sizeof line, "Error: %s not useful for %s!", name, routine);
+    DebugLogText(line);
+}
+
 REALstring CString2RB(const char *text, uint32_t encoding) {
-    if (Debugging()) {
-        if (encoding == hostabi::kEncodingUTF16) {
-            DebugLogText("Error: kREALTextEncodingUTF16 not useful for CString2RB!");
-        } else if (encoding == hostabi::kEncodingUTF32) {
-            DebugLogText("Error: kREALTextEncodingUTF32 not useful for CString2RB!");
-        }
-    }
+    if (Debugging()) LogWideEncodingMisuse("CString2RB", encoding);
     if (!text) return nullptr;
     const auto length = static_cast<int64_t>(std::strlen(text));
     if (Debugging()) CheckASCIIText(text, length, encoding);

@@ -103,6 +103,8 @@ QVT_HOST_BINDING(RuntimeUBound, RBInteger(REALarray));
 QVT_HOST_BINDING(RuntimeArrayCreateSingleDimBoundedArray, REALarray(int32_t, RBInteger));
 QVT_HOST_BINDING(RuntimeDirectReadObjectArray, REALobject(REALarray, RBInteger));
 QVT_HOST_BINDING(RuntimeDirectReadStringArray, REALstring(REALarray, RBInteger));
+QVT_HOST_BINDING(PluginGetTextData, void *(void *, const char *, RBInteger));
+QVT_HOST_BINDING(PluginDisposeTextData, void(void *));
 
 // A global function of the host's language, found by its declaration.
 void *REALLoadGlobalMethod(const char *declaration);

@@ -1,7 +1,16 @@
 #include "shell/definitions.h"
 
 #include "diagnostics/debuglog.h"
+#include "kernels/bitwise.h"
+#include "kernels/colour.h"
+#include "kernels/masks.h"
+#include "kernels/minmax.h"
+#include "kernels/scaling.h"
+#include "kernels/sweep.h"
+#include "kernels/width.h"
 #include "memory/bits.h"
+#include "memory/copy.h"
+#include "memory/endian.h"
 #include "memory/search.h"
 #include "memory/slices.h"
 #include "shell/entry.h"
@@ -24,10 +33,30 @@ REALmethodDefinition gMemoryBlockExtensionMethods[] = {
     QVT_METHOD(void(REALobject, uint64_t), SetBitQVT, "SetBitQVT(Bit as UInt64)"),
     QVT_METHOD(void(REALobject, uint64_t, bool), SetBitQVT, "SetBitQVT(Bit as UInt64, Value as Boolean)"),
     QVT_METHOD(void(REALobject, uint64_t), ClearBitQVT, "ClearBitQVT(Bit as UInt64)"),
+    QVT_METHOD(void(REALobject, intptr_t), ConvertRGB12BitTo8BitQVT, "ConvertRGB12BitTo8BitQVT(Width as Integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, double, intptr_t, intptr_t), Calc3te, "_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t, bool), Calc2teCMY, "_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t, bool), Calc2teCMYK, "_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t, intptr_t, double), CalcLogSweepTableQVT, "_CalcLogSweepTableQVT(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, REALobject), ConvertPolarToCartesian, "_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, REALobject), ConvertCartesianToPolar, "_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)"),
+    QVT_METHOD(void(REALobject, double, intptr_t, intptr_t, intptr_t), MultiplyUInt16QVT, "MultiplyUInt16QVT(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0, MultiplyOnlyOver as Integer = -1)"),
+    QVT_METHOD(void(REALobject, double, intptr_t, intptr_t, intptr_t), MultiplyUInt8QVT, "MultiplyUInt8QVT(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0, MultiplyOnlyOver as Integer = -1)"),
+    QVT_METHOD(bool(REALobject, void *, void *, intptr_t, bool, intptr_t, intptr_t), MinQVT, "MinQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean"),
+    QVT_METHOD(bool(REALobject, void *, void *, intptr_t, bool, intptr_t, intptr_t), MaxQVT, "MaxQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), SwapBytesQVT, "SwapBytesQVT(offset as Integer, numBytes as Integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), SwapBytes16QVT, "SwapBytes16QVT(offset as Integer, numBytes as Integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), SwapBytes32QVT, "SwapBytes32QVT(offset as Integer, numBytes as Integer)"),
     QVT_METHOD(bool(REALobject, intptr_t, intptr_t, REALobject, intptr_t), BytesEqualQVT, "BytesEqualQVT(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean"),
     QVT_METHOD(bool(REALobject, intptr_t, intptr_t), BytesZeroQVT, "BytesZeroQVT(srcOfs as Integer, numBytes as Integer) as Boolean"),
     QVT_METHOD(intptr_t(REALobject, intptr_t, intptr_t, intptr_t), FindNotByteQVT, "FindNotByteQVT(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer"),
     QVT_METHOD(intptr_t(REALobject, intptr_t, intptr_t, intptr_t), FindByteQVT, "FindByteQVT(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t), CopyBytesQVT, "CopyBytesQVT(srcOfs as Integer, numBytes as Integer, destOfs as Integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, REALobject, intptr_t), CopyBytesQVT, "CopyBytesQVT(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, void *), CopyBytesToMacPtrQVT, "CopyBytesToMacPtrQVT(srcOfs as Integer, numBytes as Integer, destPtr as Ptr)"),
+    QVT_METHOD(void(REALobject, void *, intptr_t, intptr_t), CopyBytesFromMacPtrQVT, "CopyBytesFromMacPtrQVT(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t), CopyBytesToMacHandleQVT, "CopyBytesToMacHandleQVT(srcOfs as Integer, numBytes as Integer, destHandle as Integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t), CopyBytesFromMacHandleQVT, "CopyBytesFromMacHandleQVT(srcHandle as Integer, numBytes as Integer, destOfs as Integer)"),
     QVT_METHOD(intptr_t(REALobject, intptr_t, intptr_t, REALstring), FindStringQVT, "FindStringQVT(srcOfs as Integer, maxBytes as Integer, target as String) as Integer"),
     QVT_METHOD(intptr_t(REALobject, intptr_t, intptr_t, REALobject, intptr_t, intptr_t), FindBytesQVT, "FindBytesQVT(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as Integer) as Integer"),
     QVT_METHOD(REALobject(REALobject, intptr_t), MidQVT, "MidQVT(offset as integer) as Memoryblock"),
@@ -37,6 +66,40 @@ REALmethodDefinition gMemoryBlockExtensionMethods[] = {
     QVT_METHOD(REALobject(REALobject, REALobject), AppendQVT, "AppendQVT(other as Memoryblock) as Memoryblock"),
     QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t), FillBytesQVT, "FillBytesQVT(offset as integer, count as integer, value as integer)"),
     QVT_METHOD(void(REALobject, intptr_t, intptr_t), InvertBytesQVT, "InvertBytesQVT(offset as integer, count as integer)"),
+    QVT_METHOD(void(REALobject, REALobject, intptr_t, intptr_t, intptr_t, intptr_t), CopyByteToUShortQVT, "CopyByteToUShortQVT(dest as memoryblock, SourceOffset as integer, DestinationOffset as integer, ByteCount as integer, divisor as integer)"),
+    QVT_METHOD(void(REALobject, REALobject, intptr_t, intptr_t, intptr_t, intptr_t), CopyUShortToByteQVT, "CopyUShortToByteQVT(dest as memoryblock, SourceOffset as integer, DestinationOffset as integer, ByteCount as integer, divisor as integer)"),
+    QVT_METHOD(REALobject(REALobject, intptr_t, REALobject), ExtractBitsQVT, "ExtractBitsQVT(Mask as integer, Dest as memoryblock=nil) as memoryblock"),
+    QVT_METHOD(REALobject(REALobject, REALobject, REALobject), AndBitsQVT, "AndBitsQVT(Second as memoryblock, Dest as memoryblock=nil) as memoryblock"),
+    QVT_METHOD(REALobject(REALobject, REALobject, intptr_t, REALobject), AndBitsQVT, "AndBitsQVT(Second as memoryblock, Mask as integer, Dest as memoryblock=nil) as memoryblock"),
+    QVT_METHOD(REALobject(REALobject, REALobject, REALobject), BitwiseAndQVT, "BitwiseAndQVT(Second as MemoryBlock, Dest as MemoryBlock = nil) as MemoryBlock"),
+    QVT_METHOD(REALobject(REALobject, REALobject, REALobject), BitwiseOrQVT, "BitwiseOrQVT(Second as MemoryBlock, Dest as MemoryBlock = nil) as MemoryBlock"),
+    QVT_METHOD(REALobject(REALobject, REALobject, REALobject), BitwiseXOrQVT, "BitwiseXOrQVT(Second as MemoryBlock, Dest as MemoryBlock = nil) as MemoryBlock"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS32_BtoNQVT, "EndianS32_BtoNQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS32_BtoLQVT, "EndianS32_BtoLQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS32_NtoBQVT, "EndianS32_NtoBQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS32_NtoLQVT, "EndianS32_NtoLQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS32_LtoNQVT, "EndianS32_LtoNQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS32_LtoBQVT, "EndianS32_LtoBQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU32_BtoNQVT, "EndianU32_BtoNQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU32_BtoLQVT, "EndianU32_BtoLQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU32_NtoBQVT, "EndianU32_NtoBQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU32_NtoLQVT, "EndianU32_NtoLQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU32_LtoNQVT, "EndianU32_LtoNQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU32_LtoBQVT, "EndianU32_LtoBQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS16_BtoNQVT, "EndianS16_BtoNQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS16_BtoLQVT, "EndianS16_BtoLQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS16_NtoBQVT, "EndianS16_NtoBQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS16_NtoLQVT, "EndianS16_NtoLQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS16_LtoNQVT, "EndianS16_LtoNQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianS16_LtoBQVT, "EndianS16_LtoBQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU16_BtoNQVT, "EndianU16_BtoNQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU16_BtoLQVT, "EndianU16_BtoLQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU16_NtoBQVT, "EndianU16_NtoBQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU16_NtoLQVT, "EndianU16_NtoLQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU16_LtoNQVT, "EndianU16_LtoNQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianU16_LtoBQVT, "EndianU16_LtoBQVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianSwap16QVT, "EndianSwap16QVT(offset as integer,count as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), EndianSwap32QVT, "EndianSwap32QVT(offset as integer,count as integer)"),
 };
 // clang-format on
 
@@ -77,6 +140,32 @@ REALclassDefinition gMemoryBlockExtension = {
 
 // clang-format off
 REALmethodDefinition gGlobalMethods[] = {
+    QVT_METHOD(int32_t(int32_t), EndianS32_BtoNQVT, "EndianS32_BtoNQVT(n as Int32) as Int32"),
+    QVT_METHOD(int32_t(int32_t), EndianS32_BtoLQVT, "EndianS32_BtoLQVT(n as Int32) as Int32"),
+    QVT_METHOD(int32_t(int32_t), EndianS32_NtoBQVT, "EndianS32_NtoBQVT(n as Int32) as Int32"),
+    QVT_METHOD(int32_t(int32_t), EndianS32_NtoLQVT, "EndianS32_NtoLQVT(n as Int32) as Int32"),
+    QVT_METHOD(int32_t(int32_t), EndianS32_LtoNQVT, "EndianS32_LtoNQVT(n as Int32) as Int32"),
+    QVT_METHOD(int32_t(int32_t), EndianS32_LtoBQVT, "EndianS32_LtoBQVT(n as Int32) as Int32"),
+    QVT_METHOD(uint32_t(uint32_t), EndianU32_BtoNQVT, "EndianU32_BtoNQVT(n as UInt32) as UInt32"),
+    QVT_METHOD(uint32_t(uint32_t), EndianU32_BtoLQVT, "EndianU32_BtoLQVT(n as UInt32) as UInt32"),
+    QVT_METHOD(uint32_t(uint32_t), EndianU32_NtoBQVT, "EndianU32_NtoBQVT(n as UInt32) as UInt32"),
+    QVT_METHOD(uint32_t(uint32_t), EndianU32_NtoLQVT, "EndianU32_NtoLQVT(n as UInt32) as UInt32"),
+    QVT_METHOD(uint32_t(uint32_t), EndianU32_LtoNQVT, "EndianU32_LtoNQVT(n as UInt32) as UInt32"),
+    QVT_METHOD(uint32_t(uint32_t), EndianU32_LtoBQVT, "EndianU32_LtoBQVT(n as UInt32) as UInt32"),
+    QVT_METHOD(int16_t(int16_t), EndianS16_BtoNQVT, "EndianS16_BtoNQVT(n as Int16) as Int16"),
+    QVT_METHOD(int16_t(int16_t), EndianS16_BtoLQVT, "EndianS16_BtoLQVT(n as Int16) as Int16"),
+    QVT_METHOD(int16_t(int16_t), EndianS16_NtoBQVT, "EndianS16_NtoBQVT(n as Int16) as Int16"),
+    QVT_METHOD(int16_t(int16_t), EndianS16_NtoLQVT, "EndianS16_NtoLQVT(n as Int16) as Int16"),
+    QVT_METHOD(int16_t(int16_t), EndianS16_LtoNQVT, "EndianS16_LtoNQVT(n as Int16) as Int16"),
+    QVT_METHOD(int16_t(int16_t), EndianS16_LtoBQVT, "EndianS16_LtoBQVT(n as Int16) as Int16"),
+    QVT_METHOD(uint16_t(uint16_t), EndianU16_BtoNQVT, "EndianU16_BtoNQVT(n as UInt16) as UInt16"),
+    QVT_METHOD(uint16_t(uint16_t), EndianU16_BtoLQVT, "EndianU16_BtoLQVT(n as UInt16) as UInt16"),
+    QVT_METHOD(uint16_t(uint16_t), EndianU16_NtoBQVT, "EndianU16_NtoBQVT(n as UInt16) as UInt16"),
+    QVT_METHOD(uint16_t(uint16_t), EndianU16_NtoLQVT, "EndianU16_NtoLQVT(n as UInt16) as UInt16"),
+    QVT_METHOD(uint16_t(uint16_t), EndianU16_LtoNQVT, "EndianU16_LtoNQVT(n as UInt16) as UInt16"),
+    QVT_METHOD(uint16_t(uint16_t), EndianU16_LtoBQVT, "EndianU16_LtoBQVT(n as UInt16) as UInt16"),
+    QVT_METHOD(uint16_t(uint16_t), EndianSwap16QVT, "EndianSwap16QVT(n as UInt16) as UInt16"),
+    QVT_METHOD(uint32_t(uint32_t), EndianSwap32QVT, "EndianSwap32QVT(n as UInt32) as UInt32"),
     QVT_METHOD(REALobject(intptr_t), NewMemoryBlockFromPtrQVT, "NewMemoryBlockFromPtrQVT(ptr as integer) as MemoryBlock"),
     QVT_METHOD(REALobject(void *, intptr_t), NewMemoryBlockWithBytesQVT, "NewMemoryBlockWithBytesQVT(Data as Ptr, size as Integer) as MemoryBlock"),
 };

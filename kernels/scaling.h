@@ -1,0 +1,18 @@
+// Multiplying unsigned samples in place by a factor, with saturation: bytes
+// through a table of all 256 results, 16-bit samples in the machine's byte
+// order one by one. A negative `multiplyOnlyOver` scales every sample,
+// otherwise only those above it.
+#pragma once
+
+#include <cstdint>
+
+#include "abi/plugin_abi.h"
+
+namespace qvt {
+
+void MultiplyUInt8QVT(REALobject block, double factor, intptr_t offsetByte, intptr_t lengthBytes,
+                      intptr_t multiplyOnlyOver);
+void MultiplyUInt16QVT(REALobject block, double factor, intptr_t offsetByte, intptr_t lengthBytes,
+                       intptr_t multiplyOnlyOver);
+
+}  // namespace qvt

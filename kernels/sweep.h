@@ -1,0 +1,22 @@
+// Tables of pairs of single-precision floats in the receiver, 8 bytes an
+// entry from `offsetByte`: a logarithmic sine sweep, and conversions between
+// polar and cartesian pairs read from the start of a second block. Only a
+// nil receiver is refused; the sizes and the offset are the caller's. The
+// host knows the functions by the same names with a leading underscore,
+// which C++ reserves.
+#pragma once
+
+#include <cstdint>
+
+#include "abi/plugin_abi.h"
+
+namespace qvt {
+
+void CalcLogSweepTableQVT(REALobject block, intptr_t offsetByte, intptr_t z, intptr_t lw1,
+                          intptr_t lw2, double t);
+void ConvertPolarToCartesian(REALobject block, intptr_t offsetByte, intptr_t z,
+                             REALobject polarData);
+void ConvertCartesianToPolar(REALobject block, intptr_t offsetByte, intptr_t z,
+                             REALobject cartesianData);
+
+}  // namespace qvt

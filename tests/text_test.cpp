@@ -1,0 +1,259 @@
+// rbText's views of strings of every kind, byte order marks, the fallback
+// for unknown encodings, check words and chains; four-character codes and
+// the log forms that print host values.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "diagnostics/debuglog.h"
+#include "host_fixture.h"
+#include "hostvalues/text.h"
+#include "shell/entry.h"
+
+namespace qvt {
+namespace {
+
+template <typename Unit>
+std::string Native(std::initializer_list<Unit> units) {
+    return std::string(reinterpret_cast<const char *>(std::data(units)),
+                       units.size() * sizeof(Unit));
+}
+
+// A view's units, checked for the zero behind them.
+template <typename Unit>
+std::vector<uint32_t> Units(rbText &text, rbText::View view) {
+    const auto *data = static_cast<const Unit *>(text.Data(view));
+    const int32_t length = text.Length(view);
+    EXPECT_EQ(data[length], 0u) << "view " << view;
+    return std::vector<uint32_t>(data, data + length);
+}
+
+std::string Address(const void *p) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%p", p);
+    return text;
+}
+
+class TextTest : public test::HostTest {
+protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        gResolver = &simhost::Resolve;
+        gHostVersion = 2013.04;
+        gDebugging = false;
+    }
+    void TearDown() override {
+        gDebugging = false;
+        HostTest::TearDown();
+    }
+};
+
+TEST_F(TextTest, NilStringIsAnEmptyASCIIWrapper) {
+    Balanced([] {
+        rbText text(nullptr);
+        for (int v = 0; v < rbText::kViewCount; ++v) {
+            const auto view = static_cast<rbText::View>(v);
+            EXPECT_EQ(text.Length(view), 0);
+            EXPECT_EQ(text.DataOrNull(view), nullptr);
+        }
+        EXPECT_EQ(text.UTF32()[0], 0u);
+        EXPECT_EQ(text.kind, rbText::kASCIIText);
+        EXPECT_EQ(text.encoding, hostabi::kEncodingASCII);
+    });
+    EXPECT_TRUE(simhost::Calls().empty());
+}
+
+TEST_F(TextTest, ViewsOfEachKindOfString) {
+    const struct {
+        const char *name;
+        std::string bytes;
+        uint32_t encoding;
+        int32_t kindAfter;
+        const char *utf8, *macRoman;  // nullptr: not looked at
+        std::vector<uint32_t> utf16, utf32;
+    } cases[] = {
+        {"ascii", "abc", 0, 1, "abc", "abc", {0x61, 0x62, 0x63}, {0x61, 0x62, 0x63}},
+        {"unknown ascii", "abc", 0xFFFF, 1, "abc", "abc", {0x61, 0x62, 0x63}, {0x61, 0x62, 0x63}},
+        {"empty", "", 0x8000100, 1, "", "", {}, {}},
+        {"utf8", "a\xC3\xB1\xF0\x9F\x98\x80", 0x8000100, 3, "a\xC3\xB1\xF0\x9F\x98\x80", "a\x96?",
+         {0x61, 0xF1, 0xD83D, 0xDE00}, {0x61, 0xF1, 0x1F600}},
+        {"latin1", "a\xF1", 0x201, 3, "a\xC3\xB1", "a\x96", {0x61, 0xF1}, {0x61, 0xF1}},
+        {"utf16", Native<uint16_t>({0x61, 0xD83D, 0xDE00}), 0x100, 3, "a\xF0\x9F\x98\x80", "a?",
+         {0x61, 0xD83D, 0xDE00}, {0x61, 0x1F600}},
+        {"utf32", Native<uint32_t>({0x61, 0x1F600}), 0xC000100, 3, "a\xF0\x9F\x98\x80", "a?",
+         {0x61, 0xD83D, 0xDE00}, {0x61, 0x1F600}},
+        // The host drops one leading mark itself; the wrapper sees the rest.
+        {"utf16 mark", Native<uint16_t>({0xFEFF, 0xFEFF, 0x61}), 0x100, 3, nullptr, nullptr,
+         {0x61}, {0x61}},
+        {"utf16 swapped", Native<uint16_t>({0xFEFF, 0xFFFE, 0x6100, 0x6200}), 0x100, 3, nullptr,
+         nullptr, {0x61, 0x62}, {0x61, 0x62}},
+        {"utf16 both marks", Native<uint16_t>({0xFEFF, 0xFEFF, 0xFFFE, 0x61}), 0x100, 3, nullptr,
+         nullptr, {0x61}, {0x61}},
+        {"utf32 mark", Native<uint32_t>({0xFEFF, 0xFEFF, 0x61}), 0xC000100, 3, nullptr, nullptr,
+         {0x61}, {0x61}},
+        {"utf8 marks", "\xEF\xBB\xBF" "a\xEF\xBB\xBF", 0x8000100, 3, nullptr, nullptr, {0x61},
+         {0x61}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        REALstring s = simhost::NewString(c.bytes, c.encoding);
+        Balanced([&] {
+            rbText text(s);
+            EXPECT_EQ(Units<uint16_t>(text, rbText::kUTF16), c.utf16);
+            EXPECT_EQ(Units<uint32_t>(text, rbText::kUTF32), c.utf32);
+            EXPECT_EQ(text.kind, c.kindAfter);
+            if (c.utf8) {
+                EXPECT_EQ(text.Bytes(rbText::kUTF8), std::string(c.utf8));
+            }
+            if (c.macRoman) {
+                EXPECT_EQ(text.Bytes(rbText::kMacRoman), std::string(c.macRoman));
+            }
+            // ASCII text shares the host's bytes in all 8-bit views.
+            if (c.kindAfter == rbText::kASCIIText) {
+                EXPECT_EQ(text.Data(rbText::kLatin1), text.Data(rbText::kWindowsLatin1));
+                EXPECT_EQ(simhost::CountCalls("PluginGetStringData"), 0u);
+            }
+            EXPECT_FALSE(text.failed);
+        });
+        EXPECT_EQ(simhost::OpenStringData(), 0u);
+        simhost::Release(s);
+    }
+}
+
+TEST_F(TextTest, UnknownEncodingWithHighByteFallsBackToWindowsLatin1LoggedOnce) {
+    gDebugging = true;
+    const std::pair<const char *, const char *> strings[] = {{"a\x80", "a\xE2\x82\xAC"},
+                                                             {"\xE4", "\xC3\xA4"}};
+    test::StderrCapture output;
+    for (const auto &[bytes, converted] : strings) {
+        const std::string utf8 = converted;
+        REALstring s = simhost::NewString(bytes, hostabi::kEncodingUnknown);
+        Balanced([&] {
+            rbText text(s);
+            EXPECT_TRUE(text.failed);
+            EXPECT_EQ(text.kind, rbText::kWideOrNotASCII);
+            EXPECT_EQ(text.encoding, hostabi::kEncodingWindowsLatin1);
+            EXPECT_EQ(text.Bytes(rbText::kUTF8), utf8);
+        });
+        simhost::Release(s);
+    }
+    EXPECT_EQ(output.Take(), "QVT Debug: REALBuildUnicodeString failed\n");
+}
+
+TEST_F(TextTest, UnknownEncodingIdAndDamagedCheckWords) {
+    gDebugging = true;
+    REALstring s = simhost::NewString("abc", 12345);
+    test::StderrCapture output;
+    Balanced([&] {
+        rbText text(s);
+        EXPECT_EQ(text.kind, rbText::kUnknownEncoding);
+        EXPECT_EQ(text.DataOrNull(rbText::kMacRoman), nullptr);
+        EXPECT_TRUE(text.failed);
+        text.check1 = 7;
+        text.check2 = 0;
+    });
+    EXPECT_EQ(output.Take(),
+              "QVT Debug: REALGetStringData failed.\nQVT Debug: Check1 in rbText invalid 7\n"
+              "QVT Debug: Check2 in rbText invalid 0\n");
+    simhost::Release(s);
+}
+
+TEST_F(TextTest, SetStringTreatAsASCIIAndChains) {
+    gDebugging = true;
+    REALstring a = simhost::NewString("a\xC3\xB1");
+    REALstring b = simhost::NewString("x\xF1", hostabi::kEncodingLatin1);
+    test::StderrCapture output;
+    Balanced([&] {
+        rbText *head = nullptr;
+        rbText *first = NewText(a);
+        rbText *second = NewText(a);
+        AddTextChain(&head, first);
+        AddTextChain(&head, second);
+        EXPECT_EQ(second->next, first);
+        second->SetNext(nullptr);
+        EXPECT_EQ(second->next, first);
+        first->SetString(b);
+        EXPECT_EQ(first->encoding, hostabi::kEncodingLatin1);
+        first->TreatAsASCII();
+        EXPECT_EQ(first->Bytes(rbText::kMacRoman), std::string("x\xF1"));
+        FreeTextChain(head);
+    });
+    EXPECT_EQ(output.Take(), "QVT Debug: Warning: Next already set!\n");
+    EXPECT_TRUE(IsASCIIString(nullptr));
+    EXPECT_TRUE(IsASCIIString(a) == false && IsASCIIString(b) == false);
+    simhost::Release(a);
+    simhost::Release(b);
+}
+
+TEST_F(TextTest, FourCharacterCodes) {
+    for (const auto &[code, bytes, encoding] : {std::tuple{0x61626364u, "abcd", 0x600u},
+                                                {0x8A626364u, "\x8A" "bcd", 0u}}) {
+        REALstring s = Balanced([value = code] { return OSTypeToString(value); });
+        EXPECT_EQ(simhost::StringBytes(s), bytes);
+        EXPECT_EQ(simhost::StringEncoding(s), encoding);
+        EXPECT_EQ(StringToOSType(s), code);
+        simhost::Release(s);
+    }
+    const std::pair<const char *, uint32_t> codes[] = {
+        {"", 0x20202020},   {"a", 0x61202020},      {"ab", 0x61622020},
+        {"abc", 0x61626320}, {"abcdef", 0x61626364}, {"\xC3\xA4" "b", 0x8A622020},
+    };
+    for (const auto &[bytes, code] : codes) {
+        REALstring s = simhost::NewString(bytes);
+        EXPECT_EQ(Balanced([&] { return StringToOSType(s); }), code) << bytes;
+        simhost::Release(s);
+    }
+    EXPECT_EQ(StringToOSType(nullptr), 0x20202020u);
+}
+
+// A host with Text values: the record's first word is the text.
+const char *gTextRecord[1] = {"t\xC3\xA9xt"};
+int gDisposed = 0;
+void *FakeGetTextData(void *value, const char *encodingName, RBInteger one) {
+    EXPECT_STREQ(encodingName, "utf-8");
+    EXPECT_EQ(one, 1);
+    return value ? gTextRecord : nullptr;
+}
+void FakeDisposeTextData(void *record) {
+    EXPECT_EQ(record, gTextRecord);
+    ++gDisposed;
+}
+void *ResolveWithText(const char *name) {
+    if (std::strcmp(name, "PluginGetTextData") == 0) {
+        return reinterpret_cast<void *>(&FakeGetTextData);
+    }
+    if (std::strcmp(name, "PluginDisposeTextData") == 0)
+        return reinterpret_cast<void *>(&FakeDisposeTextData);
+    return simhost::Resolve(name);
+}
+
+TEST_F(TextTest, LogFormsPrintHostValues) {
+    REALstring s = simhost::NewString("a\xF1", hostabi::kEncodingLatin1);
+    auto *value = reinterpret_cast<REALtext>(&gDisposed);
+    test::StderrCapture output;
+    Balanced([&] {
+        DebugLogString(s);
+        DebugLogString("Value", s);
+        DebugLogString("Nil", nullptr);
+        DebugOutputString(s);
+    });
+    DebugLogTextValue("Caption", value);  // this host has no Text values
+    gResolver = &ResolveWithText;
+    DebugLogTextValue("Caption", value);
+    DebugLogTextValue("None", nullptr);
+    const std::string prefix = "QVT Debug: ";
+    EXPECT_EQ(output.Take(), prefix + Address(s) + ": a\xC3\xB1\n" + prefix + "Value " +
+                                 Address(s) + ": a\xC3\xB1\n" + prefix + "Nil " +
+                                 Address(nullptr) + ": \n" + "a\xC3\xB1\n" + prefix + "Caption " +
+                                 Address(value) + " and no text\n" + prefix + "Caption " +
+                                 Address(value) + ": t\xC3\xA9xt\n" + prefix + "None " +
+                                 Address(nullptr) + " and no text\n");
+    EXPECT_EQ(gDisposed, 1);
+    simhost::Release(s);
+}
+
+}  // namespace
+}  // namespace qvt
