@@ -109,12 +109,12 @@ struct Direction {
 constexpr Direction kWiden{"CopyByteToUShortQVT start", "CopyByteToUShortQVT end", &Widen};
 constexpr Direction kNarrow{"CopyUShortToByteQVT start", "CopyUShortToByteQVT end", &Narrow};
 
-// Both directions raise for a nil block. A silent return would be the
-// other choice for 8 to 16 bits; a nil block is a caller's mistake either
-// way, and the two twins now report it alike.
+// Both directions raise for a nil block. Widening could return silently
+// instead; a nil block is the caller's mistake either way, so the two
+// report it alike.
 void Copy(const Direction &direction, REALobject source, REALobject dest, intptr_t sourceOffset,
           intptr_t destinationOffset, intptr_t byteCount, intptr_t divisor) {
-    // The arguments are the host's 32-bit Integers.
+    // Offsets, count and divisor count as 32-bit numbers on every build.
     const auto sourceAt = static_cast<int32_t>(sourceOffset);
     const auto destAt = static_cast<int32_t>(destinationOffset);
     const auto count = static_cast<int32_t>(byteCount);

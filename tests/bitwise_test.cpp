@@ -345,7 +345,7 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
                 // The host's accounting grows with every block made: the
                 // references are checked on the small sizes only.
                 auto call = [&] { return m.call(blocks[0], blocks[l.second], dest); };
-                REALobject result = size < 20 ? Balanced(call) : call();
+                REALobject result = size < 10 ? Balanced(call) : call();
 
                 const std::size_t n =
                     m.pair ? std::min(model[0].size(), model[l.second].size()) : model[0].size();
