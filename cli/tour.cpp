@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "format.h"
@@ -48,7 +50,50 @@ Outcome Block(REALobject block) {
     return {"MemoryBlock of " + Counted(bytes.size(), "byte") + ": " + Hex(bytes), block};
 }
 
-enum class Receiver { Block, Nil, None };
+// A string result, given back once its bytes are read.
+Outcome Text(REALstring string) {
+    if (string == nullptr) return {"nil"};
+    const std::string bytes = simhost::StringBytes(string);
+    simhost::Release(string);
+    std::span<const uint8_t> view(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
+    return {"String of " + Counted(bytes.size(), "byte") + ": " + Hex(view)};
+}
+// An address as its distance from the block's first byte, the same on every run.
+Outcome Distance(uint64_t address, REALobject block) {
+    if (address == 0) return {"0"};
+    const auto start = reinterpret_cast<uintptr_t>(simhost::Bytes(block).data());
+    return {"start + " + std::to_string(address - start)};
+}
+
+constexpr const char *kOwnedClass = "MemoryBlockQVT";
+
+template <typename T>
+T Property(REALobject instance, const char *name) {
+    auto property = simhost::FindProperty(name, kOwnedClass);
+    return property ? Invoke<T, REALobject, intptr_t>(property->getter, instance, 0) : T{};
+}
+// What an instance of the class holds, read through its properties.
+Outcome Holding(REALobject instance, std::string text = {}) {
+    const auto size = static_cast<std::size_t>(Property<int64_t>(instance, "Size"));
+    const auto address = static_cast<intptr_t>(Property<int64_t>(instance, "Address"));
+    REALobject memory = Property<REALobject>(instance, "Memory");
+    text += size == 0 ? "holds nothing"
+                      : "holds " + Counted(size, "byte") + ": " +
+                            Hex({reinterpret_cast<const uint8_t *>(address), size});
+    if (memory != nullptr) text += ", Memory " + simhost::Name(memory);
+    simhost::Release(memory);
+    return {text};
+}
+// Sets an instance up for a step.
+void Construct(REALobject instance, int64_t size) {
+    if (auto method = simhost::FindMethod("Constructor(Size as Int64)", kOwnedClass)) {
+        Invoke<void, REALobject, int64_t>(method->function, instance, size);
+    }
+}
+
+// Block: a block of the step's bytes; Instance: a new instance of the class,
+// which ends with the step.
+enum class Receiver { Block, Nil, None, Instance };
 
 struct Step {
     const char *declaration;
@@ -156,6 +201,33 @@ std::vector<Step> Steps() {
              return Truth(Invoke<bool, O, const void *, const void *, intptr_t, bool, intptr_t,
                                  intptr_t>(f, b, nullptr, kSecond, 8, false, 0, 0));
          }},
+        {"AddressQVT(offset as Int64 = 0) as UInt64", "offset=6", Receiver::Block, kSix,
+         [](R f, O b) { return Distance(Invoke<uint64_t, O, int64_t>(f, b, 6), b); }},
+        {"AddressPtrQVT(offset as Int64 = 0) as Ptr", "offset=7", Receiver::Block, kSix,
+         [](R f, O b) {
+             return Distance(reinterpret_cast<uintptr_t>(Invoke<void *, O, int64_t>(f, b, 7)), b);
+         }},
+        {"OSTypeQVT(offset as Integer) as String", "offset=2", Receiver::Block, kSix,
+         [](R f, O b) { return Text(Invoke<REALstring, O, intptr_t>(f, b, 2)); }},
+        {"OSTypeQVT(offset as Integer, assigns value as String)", "offset=0 value=\"abcd\"",
+         Receiver::Block, kSix,
+         [](R f, O b) {
+             REALstring value = simhost::NewString("abcd");
+             Outcome outcome = Void<O, intptr_t, REALstring>(f, b, 0, value);
+             simhost::Release(value);
+             return outcome;
+         }},
+        {"GetStringQVT(offset as Integer, numBytes as Integer) as String", "offset=4 numBytes=100",
+         Receiver::Block, kSix,
+         [](R f, O b) { return Text(Invoke<REALstring, O, intptr_t, intptr_t>(f, b, 4, 100)); }},
+        {"SetStringQVT(str as String, offset as Integer)", "str=\"xyz\" offset=4", Receiver::Block,
+         kSix,
+         [](R f, O b) {
+             REALstring str = simhost::NewString("xyz");
+             Outcome outcome = Void<O, REALstring, intptr_t>(f, b, str, 4);
+             simhost::Release(str);
+             return outcome;
+         }},
         {"LeftQVT(length as integer) as Memoryblock", "length=3", Receiver::Block, kCounting,
          [](R f, O b) { return Block(Invoke<O, O, intptr_t>(f, b, 3)); }},
         {"LeftQVT(length as integer) as Memoryblock", "length=3", Receiver::Nil, kNone,
@@ -233,6 +305,47 @@ std::vector<Step> Steps() {
          [](R f, O) { return Pattern(Invoke<int16_t, int16_t>(f, 384), 2); }},
         {"EndianSwap32QVT(n as UInt32) as UInt32", "n=0x12345678", Receiver::None, kNone,
          [](R f, O) { return Pattern(Invoke<uint32_t, uint32_t>(f, 0x12345678), 4); }},
+        {"Constructor(Size as Int64)", "Size=16", Receiver::Instance, kNone,
+         [](R f, O i) {
+             Void<O, int64_t>(f, i, 16);
+             return Holding(i);
+         }},
+        {"Constructor(Size as Int64)", "Size=0", Receiver::Instance, kNone,
+         [](R f, O i) {
+             Void<O, int64_t>(f, i, 0);
+             return Holding(i);
+         }},
+        {"Constructor(Mem as MemoryBlock, Size as Int64, Offset as Int64 = 0)",
+         "Mem=01 02 03 04 05 06 Size=3 Offset=2", Receiver::Instance, kNone,
+         [](R f, O i) {
+             O mem = simhost::NewBlock(kSix);
+             Void<O, O, int64_t, int64_t>(f, i, mem, 3, 2);
+             simhost::Release(mem);
+             return Holding(i);
+         }},
+        {"Constructor(Str as String)", "Str=\"abc\"", Receiver::Instance, kNone,
+         [](R f, O i) {
+             REALstring str = simhost::NewString("abc");
+             Void<O, REALstring>(f, i, str);
+             simhost::Release(str);
+             return Holding(i);
+         }},
+        {"Resize(Size as Int64) as boolean", "Size=4, holding 16 bytes", Receiver::Instance, kNone,
+         [](R f, O i) {
+             Construct(i, 16);
+             return Holding(i, Truth(Invoke<bool, O, int64_t>(f, i, 4)).text + ", ");
+         }},
+        {"Create(size as Int64) as boolean", "size=0, holding 16 bytes", Receiver::Instance, kNone,
+         [](R f, O i) {
+             Construct(i, 16);
+             return Holding(i, Truth(Invoke<bool, O, int64_t>(f, i, 0)).text + ", ");
+         }},
+        {"Close", "holding 16 bytes", Receiver::Instance, kNone,
+         [](R f, O i) {
+             Construct(i, 16);
+             Void<O>(f, i);
+             return Holding(i);
+         }},
     };
 }
 
@@ -245,7 +358,12 @@ bool Run(std::ostream &out, const Step &step, REALproc function) {
     out.flush();  // a crashing call still shows what it was
 
     simhost::Snapshot before = simhost::TakeSnapshot();
-    Outcome outcome = step.call(function, block);
+    // Made after the snapshot and ended before the comparison, so that its
+    // end, which closes it, counts in the balance.
+    REALobject instance =
+        step.receiver == Receiver::Instance ? simhost::NewInstance(kOwnedClass) : nullptr;
+    Outcome outcome = step.call(function, instance != nullptr ? instance : block);
+    simhost::Release(instance);
     std::string difference = simhost::CompareSnapshot(before, {outcome.object});
 
     if (block != nullptr) out << "  after   " << Hex(simhost::Bytes(block)) << "\n";
@@ -269,6 +387,22 @@ bool Run(std::ostream &out, const Step &step, REALproc function) {
     return difference.empty();
 }
 
+// Hosts on the direct route keep an assigning form in the record of its
+// reading form: "Name(args, assigns value as T)" is there "Name(args) as T".
+std::optional<simhost::MethodRef> FindAssigning(std::string_view declaration,
+                                                std::string_view receiver) {
+    constexpr std::string_view kAssigns = ", assigns value";
+    const auto at = declaration.find(kAssigns);
+    if (at == std::string_view::npos || !declaration.ends_with(')')) return std::nullopt;
+    const auto type = declaration.substr(at + kAssigns.size());
+    const std::string reading = std::string(declaration.substr(0, at)) + ")" +
+                                std::string(type.substr(0, type.size() - 1));
+    auto method = simhost::FindMethod(reading, receiver);
+    if (!method || method->setterFunction == nullptr) return std::nullopt;
+    method->function = method->setterFunction;
+    return method;
+}
+
 }  // namespace
 
 bool RunTour(std::ostream &out) {
@@ -280,8 +414,11 @@ bool RunTour(std::ostream &out) {
     bool balanced = true;
     std::size_t run = 0, skipped = 0;
     for (const Step &step : Steps()) {
-        std::string_view receiver = step.receiver == Receiver::None ? "" : "MemoryBlock";
+        std::string_view receiver = step.receiver == Receiver::None       ? ""
+                                    : step.receiver == Receiver::Instance ? kOwnedClass
+                                                                          : "MemoryBlock";
         auto method = simhost::FindMethod(step.declaration, receiver);
+        if (!method) method = FindAssigning(step.declaration, receiver);
         bool fits = method && method->function != nullptr &&
                     (step.receiver != Receiver::None || method->receiverClass.empty());
         if (!fits) {

@@ -85,7 +85,7 @@ void MirrorBytesQVT(REALobject block, intptr_t offsetByte, intptr_t lengthByte) 
     if (length < 0) {
         // The whole block means the rest of it behind a positive offset, so
         // the default never runs past the end.
-        const intptr_t size = GetBlockSize(block);
+        const auto size = static_cast<intptr_t>(GetBlockSize(block));
         length = offsetByte > 0 ? (size > offsetByte ? size - offsetByte : 0) : size;
     }
     if (length <= 0) return;

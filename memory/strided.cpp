@@ -137,7 +137,8 @@ bool CopyNthBitsQVT(REALobject block, REALobject source, intptr_t sourceOffsetBi
             // byte still hold.
             for (intptr_t left = bitCount; left > 0;) {
                 int count;
-                const unsigned bits = reader.Take(std::min<intptr_t>(left, writer.position + 1), count);
+                const unsigned bits =
+                    reader.Take(std::min<intptr_t>(left, writer.position + 1), count);
                 writer.Put(bits, count);
                 left -= count;
             }
@@ -148,8 +149,8 @@ bool CopyNthBitsQVT(REALobject block, REALobject source, intptr_t sourceOffsetBi
     return true;
 }
 
-bool ExpandBitsQVT(REALobject block, REALobject dest, intptr_t sourceByteCount,
-                   intptr_t lowValue, intptr_t highValue) {
+bool ExpandBitsQVT(REALobject block, REALobject dest, intptr_t sourceByteCount, intptr_t lowValue,
+                   intptr_t highValue) {
     if (sourceByteCount < 1 || !block || !dest) return false;
     const uint8_t *from = Bytes(block);
     uint8_t *to = Bytes(dest);

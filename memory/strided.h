@@ -21,7 +21,7 @@ bool CopyNthBitsQVT(REALobject block, REALobject source, intptr_t sourceOffsetBi
                     intptr_t numberOfSteps);
 // The receiver is the source, read in whole groups of 4 bytes. Values beyond
 // a byte spill into the following bytes of the same group of four.
-bool ExpandBitsQVT(REALobject block, REALobject dest, intptr_t sourceByteCount,
-                   intptr_t lowValue, intptr_t highValue);
+bool ExpandBitsQVT(REALobject block, REALobject dest, intptr_t sourceByteCount, intptr_t lowValue,
+                   intptr_t highValue);
 
 }  // namespace qvt

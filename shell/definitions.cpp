@@ -8,11 +8,15 @@
 #include "kernels/scaling.h"
 #include "kernels/sweep.h"
 #include "kernels/width.h"
+#include "memory/addresses.h"
 #include "memory/bits.h"
 #include "memory/copy.h"
 #include "memory/endian.h"
+#include "memory/memoryblockqvt.h"
+#include "memory/mirror.h"
 #include "memory/search.h"
 #include "memory/slices.h"
+#include "memory/strided.h"
 #include "shell/entry.h"
 
 namespace qvt {
@@ -44,6 +48,14 @@ REALmethodDefinition gMemoryBlockExtensionMethods[] = {
     QVT_METHOD(void(REALobject, double, intptr_t, intptr_t, intptr_t), MultiplyUInt8QVT, "MultiplyUInt8QVT(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0, MultiplyOnlyOver as Integer = -1)"),
     QVT_METHOD(bool(REALobject, void *, void *, intptr_t, bool, intptr_t, intptr_t), MinQVT, "MinQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean"),
     QVT_METHOD(bool(REALobject, void *, void *, intptr_t, bool, intptr_t, intptr_t), MaxQVT, "MaxQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), MirrorBitsInBytesQVT, "MirrorBitsInBytesQVT(offsetByte as Integer, lengthByte as integer)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), MirrorBytesQVT, "MirrorBytesQVT(offsetByte as Integer = 0, lengthByte as integer = -1)"),
+    QVT_METHOD(void(REALobject, intptr_t, intptr_t), MirrorBitsQVT, "MirrorBitsQVT(offsetBit as Integer, lengthBit as integer)"),
+    QVT_METHOD(uint64_t(REALobject, int64_t), AddressQVT, "AddressQVT(offset as Int64 = 0) as UInt64"),
+    QVT_METHOD(void *(REALobject, int64_t), AddressPtrQVT, "AddressPtrQVT(offset as Int64 = 0) as Ptr"),
+    QVT_METHOD_ASSIGNABLE(REALstring(REALobject, intptr_t), OSTypeQVT, void(REALobject, intptr_t, REALstring), OSTypeQVT, "OSTypeQVT(offset as Integer) as String"),
+    QVT_METHOD(REALstring(REALobject, intptr_t, intptr_t), GetStringQVT, "GetStringQVT(offset as Integer, numBytes as Integer) as String"),
+    QVT_METHOD(void(REALobject, REALstring, intptr_t), SetStringQVT, "SetStringQVT(str as String, offset as Integer)"),
     QVT_METHOD(void(REALobject, intptr_t, intptr_t), SwapBytesQVT, "SwapBytesQVT(offset as Integer, numBytes as Integer)"),
     QVT_METHOD(void(REALobject, intptr_t, intptr_t), SwapBytes16QVT, "SwapBytes16QVT(offset as Integer, numBytes as Integer)"),
     QVT_METHOD(void(REALobject, intptr_t, intptr_t), SwapBytes32QVT, "SwapBytes32QVT(offset as Integer, numBytes as Integer)"),
@@ -66,6 +78,9 @@ REALmethodDefinition gMemoryBlockExtensionMethods[] = {
     QVT_METHOD(REALobject(REALobject, REALobject), AppendQVT, "AppendQVT(other as Memoryblock) as Memoryblock"),
     QVT_METHOD(void(REALobject, intptr_t, intptr_t, intptr_t), FillBytesQVT, "FillBytesQVT(offset as integer, count as integer, value as integer)"),
     QVT_METHOD(void(REALobject, intptr_t, intptr_t), InvertBytesQVT, "InvertBytesQVT(offset as integer, count as integer)"),
+    QVT_METHOD(bool(REALobject, REALobject, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t), CopyNthBytesQVT, "CopyNthBytesQVT(source as memoryblock, SourceOffsetBytes as integer, DestinationOffsetBytes as integer, ByteCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean"),
+    QVT_METHOD(bool(REALobject, REALobject, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t), CopyNthBitsQVT, "CopyNthBitsQVT(source as memoryblock, SourceOffsetBits as integer, DestinationOffsetBits as integer, BitCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean"),
+    QVT_METHOD(bool(REALobject, REALobject, intptr_t, intptr_t, intptr_t), ExpandBitsQVT, "ExpandBitsQVT(dest as memoryblock, SourceByteCount as integer, LowValue as integer = 0, HighValue as integer = 255) as boolean"),
     QVT_METHOD(void(REALobject, REALobject, intptr_t, intptr_t, intptr_t, intptr_t), CopyByteToUShortQVT, "CopyByteToUShortQVT(dest as memoryblock, SourceOffset as integer, DestinationOffset as integer, ByteCount as integer, divisor as integer)"),
     QVT_METHOD(void(REALobject, REALobject, intptr_t, intptr_t, intptr_t, intptr_t), CopyUShortToByteQVT, "CopyUShortToByteQVT(dest as memoryblock, SourceOffset as integer, DestinationOffset as integer, ByteCount as integer, divisor as integer)"),
     QVT_METHOD(REALobject(REALobject, intptr_t, REALobject), ExtractBitsQVT, "ExtractBitsQVT(Mask as integer, Dest as memoryblock=nil) as memoryblock"),
@@ -117,6 +132,64 @@ REALclassDefinition gMemoryBlockExtension = {
     .propertyCount = 0,
     .methods = gMemoryBlockExtensionMethods,
     .methodCount = std::size(gMemoryBlockExtensionMethods),
+    .events = nullptr,
+    .eventCount = 0,
+    .eventInstances = nullptr,
+    .eventInstanceCount = 0,
+    .hostField15 = nullptr,
+    .attributes = nullptr,
+    .attributeCount = 0,
+    .constants = nullptr,
+    .constantCount = 0,
+    .flags = kFlagConsoleSafe,
+    .sharedProperties = nullptr,
+    .sharedPropertyCount = 0,
+    .sharedMethods = nullptr,
+    .sharedMethodCount = 0,
+    .delegates = nullptr,
+    .delegateCount = 0,
+    .enums = nullptr,
+    .enumCount = 0,
+    .unused29 = 0,
+};
+
+namespace {
+
+// clang-format off
+REALpropertyDefinition gMemoryBlockQVTProperties[] = {
+    QVT_READ_ONLY_PROPERTY("Address", "Int64", int64_t(REALobject, intptr_t), MemoryBlockQVT::Address),
+    QVT_READ_ONLY_PROPERTY("Size", "Int64", int64_t(REALobject, intptr_t), MemoryBlockQVT::Size),
+    QVT_READ_ONLY_PROPERTY("Memory", "MemoryBlock", REALobject(REALobject, intptr_t), MemoryBlockQVT::Memory),
+};
+
+REALmethodDefinition gMemoryBlockQVTMethods[] = {
+    QVT_METHOD(bool(REALobject, int64_t), MemoryBlockQVT::Resize, "Resize(Size as Int64) as boolean"),
+    QVT_METHOD(void(REALobject), MemoryBlockQVT::Close, "Close"),
+    QVT_METHOD(bool(REALobject, int64_t), MemoryBlockQVT::Create, "Create(size as Int64) as boolean"),
+    QVT_METHOD(void(REALobject), MemoryBlockQVT::Constructor, "Constructor"),
+    QVT_METHOD(void(REALobject, int64_t), MemoryBlockQVT::Constructor, "Constructor(Size as Int64)"),
+    QVT_METHOD(void(REALobject, REALobject), MemoryBlockQVT::Constructor, "Constructor(Mem as MemoryBlock)"),
+    QVT_METHOD(void(REALobject, REALobject, int64_t, int64_t), MemoryBlockQVT::Constructor, "Constructor(Mem as MemoryBlock, Size as Int64, Offset as Int64 = 0)"),
+    QVT_METHOD(void(REALobject, REALstring), MemoryBlockQVT::Constructor, "Constructor(Str as String)"),
+    QVT_METHOD(void(REALobject, REALstring, int64_t, int64_t), MemoryBlockQVT::Constructor, "Constructor(Str as String, Size as Int64, Offset as Int64 = 0)"),
+};
+// clang-format on
+
+}  // namespace
+
+REALclassDefinition gMemoryBlockQVTClass = {
+    .version = kCurrentREALControlVersion,
+    .name = "MemoryBlockQVT",
+    .superName = nullptr,
+    // The instance data as this build lays it out; the front end rounds it up.
+    .dataSize = sizeof(MemoryBlockQVT::Data),
+    .forSystemUse = 0,
+    .hostField5 = nullptr,
+    .destructor = QVT_PROC(void(REALobject), MemoryBlockQVT::Close),
+    .properties = gMemoryBlockQVTProperties,
+    .propertyCount = std::size(gMemoryBlockQVTProperties),
+    .methods = gMemoryBlockQVTMethods,
+    .methodCount = std::size(gMemoryBlockQVTMethods),
     .events = nullptr,
     .eventCount = 0,
     .eventInstances = nullptr,

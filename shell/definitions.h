@@ -32,8 +32,19 @@ inline constexpr uint32_t kFlagControlMenuEvents = 0x1000;
 
 // One method record: every method of this plug-in has the same flags and no
 // attributes.
+#define QVT_METHOD_RECORD(function, setterFunction, declaration) \
+    { function, setterFunction, declaration, kFlagConsoleSafe, 0, nullptr }
 #define QVT_METHOD(signature, function, declaration) \
-    { QVT_PROC(signature, function), nullptr, declaration, kFlagConsoleSafe, 0, nullptr }
+    QVT_METHOD_RECORD(QVT_PROC(signature, function), nullptr, declaration)
+// A method with an assigning form: the setter takes the method's arguments
+// and then the value assigned.
+#define QVT_METHOD_ASSIGNABLE(signature, function, setterSignature, setter, declaration) \
+    QVT_METHOD_RECORD(QVT_PROC(signature, function), QVT_PROC(setterSignature, setter), declaration)
+
+// A property that the host's language can read but not write.
+#define QVT_READ_ONLY_PROPERTY(name, type, signature, getter) \
+    { nullptr, name, type, 0x6, QVT_PROC(signature, getter), nullptr, 0, nullptr, 0, nullptr, \
+      0, nullptr }
 
 // A getter or setter of all ones means direct access by offset.
 inline const REALproc kDirectAccess = reinterpret_cast<REALproc>(~uintptr_t{0});
@@ -42,6 +53,10 @@ inline const REALproc kDirectAccess = reinterpret_cast<REALproc>(~uintptr_t{0});
 extern REALmethodDefinition gMemoryBlockExtensionMethods[];
 extern const std::size_t kMemoryBlockExtensionMethodCount;
 extern REALclassDefinition gMemoryBlockExtension;
+
+// The class MemoryBlockQVT; the host writes the place of its instance data
+// into forSystemUse.
+extern REALclassDefinition gMemoryBlockQVTClass;
 
 // The global functions.
 extern REALmethodDefinition gGlobalMethods[];

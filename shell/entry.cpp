@@ -72,6 +72,7 @@ void PluginEnd() {}
 void PluginEntry() {
     PluginStart("Memory");
     RegisterClassExtension(&gMemoryBlockExtension);
+    RegisterClass(&gMemoryBlockQVTClass);
     RegisterMethods(gGlobalMethods, kGlobalMethodCount);
     PluginEnd();
 }

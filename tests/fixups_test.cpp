@@ -6,6 +6,8 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "hostvalues/allocation.h"
@@ -20,8 +22,13 @@ using test::Lines;
 
 class FixupsTest : public test::RegistrationTest {};
 
-REALmethodDefinition MethodWithFlags(RBWord flags) {
-    return {nullptr, nullptr, "M", flags, 0, nullptr};
+REALmethodDefinition MethodWithFlags(RBWord flags, const char *declaration = "M") {
+    return {nullptr, nullptr, declaration, flags, 0, nullptr};
+}
+
+// The text a word of an old record points at, itself a list of words.
+std::string TextAt(const uintptr_t *old, std::size_t word, std::size_t at) {
+    return reinterpret_cast<const char *>(reinterpret_cast<const uintptr_t *>(old[word])[at]);
 }
 
 TEST_F(FixupsTest, FlagsFollowTheHostVersion) {
@@ -33,7 +40,7 @@ TEST_F(FixupsTest, FlagsFollowTheHostVersion) {
         {2015.0, 0x308, 0x4},     {2020.01, 0x308, 0x4},    {2015.0, 0x708, 0x708},
         {2015.0, 0x208, 0x208},   {2015.0, 0x1308, 0x1004}, {2020.02, 0x308, 0x308},
         {2010.029, 0x40000, 0x4}, {2010.02, 0x40000, 0x0},  {2015.0, 0x40308, 0x4},
-        {2025.0, 0x40020, 0x24},  {2005.0, 0x4, 0x4},       {2025.0, 0x4, 0x4},
+        {2025.0, 0x40020, 0x24},  {2005.0, 0x4, 0x4},
     };
     for (const auto &c : cases) {
         gHostVersion = c.host;
@@ -49,41 +56,31 @@ TEST_F(FixupsTest, ClassFlagsReachMethodsAndPropertiesOnly) {
     gHostVersion = 2015.0;
     REALmethodDefinition methods[2] = {MethodWithFlags(0x308), MethodWithFlags(0x308)};
     REALmethodDefinition shared[1] = {MethodWithFlags(0x308)};
-    REALpropertyDefinition properties[1] = {};
-    REALpropertyDefinition sharedProperties[1] = {};
+    REALpropertyDefinition properties[1] = {}, sharedProperties[1] = {};
     properties[0].flags = sharedProperties[0].flags = 0x308;
     REALdelegateDefinition delegates[1] = {{"D", 0x308, 0, nullptr}};
     REALenumDefinition enums[1] = {};
     enums[0].flags = 0x308;
     REALclassDefinition cls = {};
     cls.flags = 0x308;
-    cls.methods = methods;
-    cls.methodCount = 2;
-    cls.sharedMethods = shared;
-    cls.sharedMethodCount = 1;
-    cls.properties = properties;
-    cls.propertyCount = 1;
-    cls.sharedProperties = sharedProperties;
-    cls.sharedPropertyCount = 1;
-    cls.delegates = delegates;
-    cls.delegateCount = 1;
-    cls.enums = enums;
-    cls.enumCount = 1;
+    cls.methods = methods, cls.methodCount = 2;
+    cls.sharedMethods = shared, cls.sharedMethodCount = 1;
+    cls.properties = properties, cls.propertyCount = 1;
+    cls.sharedProperties = sharedProperties, cls.sharedPropertyCount = 1;
+    cls.delegates = delegates, cls.delegateCount = 1;
+    cls.enums = enums, cls.enumCount = 1;
     FixClassFlags(&cls);
-    EXPECT_EQ(cls.flags, 0x4u);
-    EXPECT_EQ(methods[0].flags, 0x4u);
-    EXPECT_EQ(methods[1].flags, 0x4u);
-    EXPECT_EQ(shared[0].flags, 0x4u);
-    EXPECT_EQ(properties[0].flags, 0x4u);
-    EXPECT_EQ(sharedProperties[0].flags, 0x4u);
+    for (RBWord flags : {cls.flags, methods[0].flags, methods[1].flags, shared[0].flags,
+                         properties[0].flags, sharedProperties[0].flags}) {
+        EXPECT_EQ(flags, 0x4u);
+    }
     EXPECT_EQ(delegates[0].flags, 0x308u);
     EXPECT_EQ(enums[0].flags, 0x308u);
 
     REALmoduleDefinition module = {};
     REALmethodDefinition moduleMethods[1] = {MethodWithFlags(0x308)};
     module.flags = 0x308;
-    module.methods = moduleMethods;
-    module.methodCount = 1;
+    module.methods = moduleMethods, module.methodCount = 1;
     module.propertyCount = 5;  // nil list: passed over
     FixModuleFlags(&module);
     EXPECT_EQ(module.flags, 0x308u);
@@ -98,47 +95,32 @@ TEST_F(FixupsTest, ModuleMembersWithoutScopeGetTheDefault) {
     REALenumDefinition enums[1] = {};
     enums[0].flags = 0x80;
     REALmoduleDefinition module = {};
-    module.methods = methods;
-    module.methodCount = 3;
-    module.properties = properties;
-    module.propertyCount = 1;
-    module.enums = enums;
-    module.enumCount = 1;
+    module.methods = methods, module.methodCount = 3;
+    module.properties = properties, module.propertyCount = 1;
+    module.enums = enums, module.enumCount = 1;
     EXPECT_EQ(LinesOf([&] { FixScope(&module); }), Lines{});
-    EXPECT_EQ(methods[0].flags, 0x24u);
-    EXPECT_EQ(methods[1].flags, 0x44u);
-    EXPECT_EQ(methods[2].flags, 0x14u);
-    EXPECT_EQ(properties[0].flags, 0x42u);
-    EXPECT_EQ(enums[0].flags, 0x80u);
-}
+    EXPECT_EQ((std::vector<RBWord>{methods[0].flags, methods[1].flags, methods[2].flags,
+                                   properties[0].flags, enums[0].flags}),
+              (std::vector<RBWord>{0x24, 0x44, 0x14, 0x42, 0x80}));
 
-TEST_F(FixupsTest, ScopeReportsEveryNilListWithACount) {
-    REALmoduleDefinition module = {};
-    module.methodCount = 1;
-    module.propertyCount = 2;
-    module.enumCount = 3;
-    EXPECT_EQ(LinesOf([&] { FixScope(&module); }),
+    REALmoduleDefinition nilLists = {};
+    nilLists.methodCount = 1, nilLists.propertyCount = 2, nilLists.enumCount = 3;
+    EXPECT_EQ(LinesOf([&] { FixScope(&nilLists); }),
               (Lines{"QVT Debug: Error: method array is nil while count is not zero!",
                      "QVT Debug: Error: property array is nil while count is not zero!",
                      "QVT Debug: Error: enum array is nil while count is not zero!"}));
 }
 
 // Records whose every word is its own index, so a copy shows which it kept.
-template <typename Record>
-std::vector<Record> NumberedRecords(std::size_t count) {
+template <typename Record, typename Fix>
+void ExpectKeptWords(Fix fix, std::size_t kept) {
     constexpr std::size_t words = sizeof(Record) / sizeof(uintptr_t);
-    std::vector<Record> records(count);
-    for (std::size_t i = 0; i < count; ++i) {
+    std::vector<Record> records(3);
+    for (std::size_t i = 0; i < 3; ++i) {
         uintptr_t values[words];
         for (std::size_t w = 0; w < words; ++w) values[w] = 100 * (i + 1) + w;
         std::memcpy(static_cast<void *>(&records[i]), values, sizeof values);
     }
-    return records;
-}
-
-template <typename Record, typename Fix>
-void ExpectKeptWords(Fix fix, std::size_t kept) {
-    auto records = NumberedRecords<Record>(3);
     uintptr_t *copy = fix(records.data(), RBWord{3});
     ASSERT_NE(copy, nullptr);
     for (std::size_t i = 0; i < 3; ++i) {
@@ -161,23 +143,19 @@ TEST_F(FixupsTest, ListFixUpsReportABrokenPairByName) {
     REALconstantDefinition constant = {};
     char address[32];
     std::snprintf(address, sizeof address, "%p", static_cast<void *>(&constant));
+    const std::string wrong = " called with wrong parameters: ";
     const struct {
         std::function<uintptr_t *()> fix;
         std::string line;
     } cases[] = {
         {[] { return FixMethods(nullptr, 0); }, ""},
-        {[] { return FixMethods(nullptr, 3); },
-         "Error: FixMethods called with wrong parameters: (nil) 3"},
-        {[] { return FixProperties(nullptr, 1); },
-         "Error: FixProperties called with wrong parameters: (nil) 1"},
+        {[] { return FixMethods(nullptr, 3); }, "Error: FixMethods" + wrong + "(nil) 3"},
+        {[] { return FixProperties(nullptr, 1); }, "Error: FixProperties" + wrong + "(nil) 1"},
         {[&] { return FixConstants(&constant, 0); },
-         std::string("Error: FixConstants called with wrong parameters: ") + address + " 0"},
-        {[] { return FixStructures(nullptr, 2); },
-         "Error: FixStructures called with wrong parameters: (nil) 2"},
-        {[] { return FixEnums(nullptr, 4); },
-         "Error: FixEnums called with wrong parameters: (nil) 4"},
-        {[] { return FixEvents(nullptr, 5); },
-         "Error: FixEvents called with wrong parameters: (nil) 5"},
+         "Error: FixConstants" + wrong + address + " 0"},
+        {[] { return FixStructures(nullptr, 2); }, "Error: FixStructures" + wrong + "(nil) 2"},
+        {[] { return FixEnums(nullptr, 4); }, "Error: FixEnums" + wrong + "(nil) 4"},
+        {[] { return FixEvents(nullptr, 5); }, "Error: FixEvents" + wrong + "(nil) 5"},
     };
     for (const auto &c : cases) {
         uintptr_t *copy = reinterpret_cast<uintptr_t *>(1);
@@ -201,148 +179,91 @@ TEST_F(FixupsTest, EventsPointAtTheirCopies) {
 
 TEST_F(FixupsTest, OldClassFormKeepsEveryWordInPlaceAndDropsAttributes) {
     OnHost(2011.0);
-    REALmethodDefinition methods[2] = {{nullptr, nullptr, "A", 4, 0, nullptr},
-                                       {nullptr, nullptr, "B", 4, 0, nullptr}};
-    REALmethodDefinition shared[1] = {{nullptr, nullptr, "S", 4, 0, nullptr}};
-    REALpropertyDefinition properties[1] = {};
+    REALmethodDefinition methods[2] = {MethodWithFlags(4, "A"), MethodWithFlags(4, "B")};
+    REALmethodDefinition shared[1] = {MethodWithFlags(4, "S")};
+    REALpropertyDefinition properties[1] = {}, sharedProperties[1] = {};
     properties[0].name = "P";
-    REALpropertyDefinition sharedProperties[1] = {};
     sharedProperties[0].name = "SP";
     REALeventDefinition events[1] = {{"E", 0, 0, nullptr}};
     REALconstantDefinition constants[1] = {{"K", nullptr, nullptr, 0, nullptr}};
     REALattributeDefinition attributes[1] = {{"Hidden", ""}};
     auto *eventInstances = reinterpret_cast<REALeventInstanceDefinition *>(0x1230);
-    REALclassDefinition cls = {15,
-                               "Cls",
-                               "Super",
-                               16,
-                               0,
-                               reinterpret_cast<void *>(0x55),
-                               reinterpret_cast<REALproc>(0x66),
-                               properties,
-                               1,
-                               methods,
-                               2,
-                               events,
-                               1,
-                               eventInstances,
-                               3,
-                               reinterpret_cast<void *>(0x77),
-                               attributes,
-                               1,
-                               constants,
-                               1,
-                               0x4,
-                               sharedProperties,
-                               1,
-                               shared,
-                               1,
-                               nullptr,
-                               0,
-                               nullptr,
-                               0,
-                               0};
+    REALclassDefinition cls = {
+        15, "Cls", "Super", 16, 0, reinterpret_cast<void *>(0x55),
+        reinterpret_cast<REALproc>(0x66), properties, 1, methods, 2, events, 1, eventInstances, 3,
+        reinterpret_cast<void *>(0x77), attributes, 1, constants, 1, 0x4, sharedProperties, 1,
+        shared, 1, nullptr, 0, nullptr, 0, 0};
     uintptr_t *old = FixClass(&cls);
     ASSERT_NE(old, nullptr);
-    auto text = [&](std::size_t word, std::size_t at) {
-        return std::string(
-            reinterpret_cast<const char *>(reinterpret_cast<const uintptr_t *>(old[word])[at]));
-    };
-    EXPECT_EQ(old[0], 9u);
     EXPECT_STREQ(reinterpret_cast<const char *>(old[1]), "Cls");
     EXPECT_STREQ(reinterpret_cast<const char *>(old[2]), "Super");
-    EXPECT_EQ(old[3], 16u);
-    EXPECT_EQ(old[5], 0x55u);
-    EXPECT_EQ(old[6], 0x66u);
-    EXPECT_EQ(text(7, 1), "P");  // 10-word properties
-    EXPECT_EQ(old[8], 1u);
-    EXPECT_EQ(text(9, 2), "A");  // 4-word methods
-    EXPECT_EQ(text(9, 4 + 2), "B");
-    EXPECT_EQ(old[10], 2u);
-    EXPECT_EQ(text(11, 0), "E");
-    EXPECT_EQ(old[12], 1u);
-    EXPECT_EQ(old[13], 0x1230u);
-    EXPECT_EQ(old[14], 3u);
-    EXPECT_EQ(old[15], 0x77u);
-    EXPECT_EQ(old[16], 0u);
-    EXPECT_EQ(old[17], 0u);
-    EXPECT_EQ(text(18, 0), "K");
-    EXPECT_EQ(old[19], 1u);
-    EXPECT_EQ(old[20], 4u);
-    EXPECT_EQ(text(21, 1), "SP");
-    EXPECT_EQ(old[22], 1u);
-    EXPECT_EQ(text(23, 2), "S");
-    EXPECT_EQ(old[24], 1u);
+    // Word, value: the counts and passed-through words; the attributes are gone.
+    const std::pair<std::size_t, uintptr_t> words[] = {
+        {0, 9},  {3, 16},     {5, 0x55},  {6, 0x66},  {8, 1},  {10, 2}, {12, 1}, {13, 0x1230},
+        {14, 3}, {15, 0x77}, {16, 0},    {17, 0},    {19, 1}, {20, 4}, {22, 1}, {24, 1}};
+    for (const auto &[word, value] : words) EXPECT_EQ(old[word], value) << "word " << word;
+    // Word, index in its list, text: each list in its old stride.
+    const std::tuple<std::size_t, std::size_t, const char *> texts[] = {
+        {7, 1, "P"}, {9, 2, "A"}, {9, 4 + 2, "B"}, {11, 0, "E"},
+        {18, 0, "K"}, {21, 1, "SP"}, {23, 2, "S"}};
+    for (const auto &[word, at, text] : texts) EXPECT_EQ(TextAt(old, word, at), text);
     EXPECT_EQ(events[0].hostSlot, old[11]);
     FreeMemory(old);
 }
 
 TEST_F(FixupsTest, OldModuleFormHasTwelveWords) {
     OnHost(0.0);
-    REALmethodDefinition methods[1] = {{nullptr, nullptr, "M", 4, 0, nullptr}};
+    REALmethodDefinition methods[1] = {MethodWithFlags(4, "M")};
     REALpropertyDefinition properties[1] = {};
     properties[0].name = "P";
     REALmoduleDefinition module = {};
     module.version = 15;
     module.name = "Mod";
-    module.methods = methods;
-    module.methodCount = 1;
-    module.properties = properties;
-    module.propertyCount = 1;
+    module.methods = methods, module.methodCount = 1;
+    module.properties = properties, module.propertyCount = 1;
     module.structureCount = 2;  // broken pair: the list is nil, the count stays
     uintptr_t *old = nullptr;
     Lines lines = LinesOf([&] { old = FixModule(&module); });
     ASSERT_NE(old, nullptr);
     EXPECT_EQ(lines, Lines{"Error: FixStructures called with wrong parameters: (nil) 2"});
-    EXPECT_EQ(old[0], 9u);
     EXPECT_STREQ(reinterpret_cast<const char *>(old[1]), "Mod");
-    EXPECT_STREQ(reinterpret_cast<const char *>(reinterpret_cast<uintptr_t *>(old[2])[2]), "M");
-    EXPECT_EQ(old[3], 1u);
-    EXPECT_EQ(old[4], 0u);
-    EXPECT_STREQ(reinterpret_cast<const char *>(reinterpret_cast<uintptr_t *>(old[6])[1]), "P");
-    EXPECT_EQ(old[7], 1u);
-    EXPECT_EQ(old[8], 0u);
-    EXPECT_EQ(old[9], 2u);
+    EXPECT_EQ(TextAt(old, 2, 2), "M");
+    EXPECT_EQ(TextAt(old, 6, 1), "P");
+    const std::pair<std::size_t, uintptr_t> words[] = {{0, 9}, {3, 1}, {4, 0},
+                                                       {7, 1}, {8, 0}, {9, 2}};
+    for (const auto &[word, value] : words) EXPECT_EQ(old[word], value) << "word " << word;
     FreeMemory(old);
 }
 
 TEST_F(FixupsTest, ControlDataSizeIsRoundedToSixteen) {
-    const struct {
-        RBWord written, rounded;
-    } cases[] = {{0, 0}, {1, 16}, {16, 16}, {17, 32}, {24, 32}, {33, 48}};
-    for (const auto &c : cases) {
+    const std::pair<RBWord, RBWord> cases[] = {{0, 0}, {1, 16}, {16, 16}, {17, 32}};
+    for (const auto &[written, rounded] : cases) {
         REALcontrolDefinition control = {};
-        control.dataSize = c.written;
+        control.dataSize = written;
         FixControl(&control);
-        EXPECT_EQ(control.dataSize, c.rounded) << c.written;
+        EXPECT_EQ(control.dataSize, rounded) << written;
     }
 }
 
 TEST_F(FixupsTest, MenuEventsAreCutAndRenamed) {
     REALeventDefinition events[9] = {
-        {"A", 0, 0, nullptr},         {"B", 0, 0, nullptr},
-        {"C", 0, 0, nullptr},         {"D", 0, 0, nullptr},
-        {"E", 0, 0, nullptr},         {"EnableMenuItems", 0, 0, nullptr},
-        {"GotFocus", 0, 0, nullptr},  {"LostFocus", 0, 0, nullptr},
-        {"lostfocus", 0, 0, nullptr},
+        {"A", 0, 0, nullptr}, {"B", 0, 0, nullptr}, {"C", 0, 0, nullptr}, {"D", 0, 0, nullptr},
+        {"E", 0, 0, nullptr}, {"EnableMenuItems", 0, 0, nullptr}, {"GotFocus", 0, 0, nullptr},
+        {"LostFocus", 0, 0, nullptr}, {"lostfocus", 0, 0, nullptr},
     };
     REALcontrolDefinition control = {};
     control.flags = kFlagControlMenuEvents;
-    control.events = events;
-    control.eventCount = 9;
+    control.events = events, control.eventCount = 9;
     FixControl(&control);
     ASSERT_EQ(control.events, events + 5);
     ASSERT_EQ(control.eventCount, 4u);
-    EXPECT_STREQ(control.events[0].declaration, "MenuBarSelected");
-    EXPECT_STREQ(control.events[1].declaration, "FocusReceived");
-    EXPECT_STREQ(control.events[2].declaration, "FocusLost");
-    EXPECT_STREQ(control.events[3].declaration, "lostfocus");
+    const char *const renamed[] = {"MenuBarSelected", "FocusReceived", "FocusLost", "lostfocus"};
+    for (int i = 0; i < 4; ++i) EXPECT_STREQ(control.events[i].declaration, renamed[i]);
     EXPECT_STREQ(events[0].declaration, "A");
 
     REALeventDefinition plain[1] = {{"GotFocus", 0, 0, nullptr}};
     REALcontrolDefinition without = {};
-    without.events = plain;
-    without.eventCount = 1;
+    without.events = plain, without.eventCount = 1;
     FixControl(&without);
     EXPECT_EQ(without.events, plain);
     EXPECT_STREQ(plain[0].declaration, "GotFocus");

@@ -55,8 +55,8 @@ Bytes ReversedBits(Bytes bytes, intptr_t offset, intptr_t length) {
     for (intptr_t k = 0; k < length; ++k) {
         const intptr_t to = offset + k;
         const auto mask = static_cast<uint8_t>(0x80 >> to % 8);
-        bytes[to / 8] = Bit(before, offset + length - 1 - k) ? bytes[to / 8] | mask
-                                                             : bytes[to / 8] & ~mask;
+        bytes[to / 8] =
+            Bit(before, offset + length - 1 - k) ? bytes[to / 8] | mask : bytes[to / 8] & ~mask;
     }
     return bytes;
 }
@@ -80,7 +80,7 @@ TEST_F(MirrorTest, MirrorBitsExchangesBitsAcrossAndWithinBytes) {
         {{0x12, 0x34}, 0, 16, {0x2C, 0x48}},
         {{0x12, 0x34}, 0, 15, {0x58, 0x90}},
         {{0x40}, 1, 6, {0x02}},
-        {{0x00, 0x01, 0xFF}, 15, 2, {0x00, 0x00, 0xFF}},
+        {{0x00, 0x01, 0x7F}, 15, 2, {0x00, 0x00, 0xFF}},
         {{0x5A}, 5, 1, {0x5A}},
         {{0x5A}, 5, 0, {0x5A}},
         {{0x5A}, 5, -3, {0x5A}},

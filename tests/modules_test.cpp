@@ -21,6 +21,8 @@ class ModulesTest : public test::RegistrationTest {};
 void Reader() {}
 void Writer() {}
 void Other() {}
+const REALproc kReader = QVT_PROC(void(), Reader), kWriter = QVT_PROC(void(), Writer),
+               kOther = QVT_PROC(void(), Other);
 
 std::string Owned(char *text) {
     std::string copy = text != nullptr ? text : "<nil>";
@@ -28,44 +30,36 @@ std::string Owned(char *text) {
     return copy;
 }
 
-TEST(ExtendDeclaration, PutsTheReceiverFirst) {
+TEST(ExtendDeclaration, PutsTheReceiverFirstAndTheAssignedValueLast) {
     const struct {
-        const char *declaration;
-        const char *extended;
+        const char *declaration, *extended, *assigning;  // nullptr: not checked
     } cases[] = {
         {"GetBitQVT(Bit as UInt64) as Integer",
-         "GetBitQVT(extends ref as MemoryBlock, Bit as UInt64) as Integer"},
-        {"SetBitQVT(Bit as UInt64)", "SetBitQVT(extends ref as MemoryBlock, Bit as UInt64)"},
-        {"Count as Integer", "Count(extends ref as MemoryBlock) as Integer"},
-        {"Close", "Close(extends ref as MemoryBlock)"},
+         "GetBitQVT(extends ref as MemoryBlock, Bit as UInt64) as Integer", nullptr},
+        {"OSTypeQVT(offset as Integer) as String", nullptr,
+         "OSTypeQVT(extends ref as MemoryBlock, offset as Integer, assigns value as String)"},
+        {"Count as Integer", "Count(extends ref as MemoryBlock) as Integer",
+         "Count(extends ref as MemoryBlock, assigns value as Integer)"},
+        {"Close", "Close(extends ref as MemoryBlock)",
+         "Close(extends ref as MemoryBlock, assigns value)"},
         {"FindByteQVT(values() as UInt8, StartByteOffset as Integer = 0) as Integer",
          "FindByteQVT(extends ref as MemoryBlock, values() as UInt8, StartByteOffset as Integer = "
-         "0) "
-         "as Integer"},
+         "0) as Integer",
+         nullptr},
         // Empty brackets are not special.
-        {"Reset()", "Reset(extends ref as MemoryBlock, )"},
+        {"Reset()", "Reset(extends ref as MemoryBlock, )", nullptr},
+        // An unclosed bracket: the blank is where the assigning form begins.
+        {"Odd(a", nullptr, "Odd(extends(assigns value ref as MemoryBlock, a)"},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(Owned(ExtendDeclaration(c.declaration, "MemoryBlock")), c.extended);
+        if (c.extended) {
+            EXPECT_EQ(Owned(ExtendDeclaration(c.declaration, "MemoryBlock")), c.extended);
+        }
+        if (c.assigning) {
+            EXPECT_EQ(Owned(ExtendSetterDeclaration(c.declaration, "MemoryBlock")), c.assigning);
+        }
     }
     EXPECT_EQ(ExtendDeclaration(nullptr, "MemoryBlock"), nullptr);
-}
-
-TEST(ExtendSetterDeclaration, MovesTheResultTypeIntoTheBrackets) {
-    const struct {
-        const char *declaration;
-        const char *assigning;
-    } cases[] = {
-        {"OSTypeQVT(offset as Integer) as String",
-         "OSTypeQVT(extends ref as MemoryBlock, offset as Integer, assigns value as String)"},
-        {"Count as Integer", "Count(extends ref as MemoryBlock, assigns value as Integer)"},
-        {"Close", "Close(extends ref as MemoryBlock, assigns value)"},
-        // An unclosed bracket: the blank is where the assigning form begins.
-        {"Odd(a", "Odd(extends(assigns value ref as MemoryBlock, a)"},
-    };
-    for (const auto &c : cases) {
-        EXPECT_EQ(Owned(ExtendSetterDeclaration(c.declaration, "MemoryBlock")), c.assigning);
-    }
 }
 
 REALmethodDefinition MethodRecord(REALproc function, const char *declaration,
@@ -101,14 +95,12 @@ std::vector<Entry> EntriesOf(const REALmoduleDefinition *module) {
 }
 
 TEST_F(ModulesTest, AssigningEntryComesBeforeTheReadingOne) {
-    const REALproc reader = QVT_PROC(void(), Reader), writer = QVT_PROC(void(), Writer),
-                   other = QVT_PROC(void(), Other);
     REALattributeDefinition attributes[1] = {{"Hidden", ""}};
     REALmethodDefinition methods[4] = {
-        MethodRecord(other, "First(a as Integer)"),
-        MethodRecord(reader, "Code(offset as Integer) as String", writer),
+        MethodRecord(kOther, "First(a as Integer)"),
+        MethodRecord(kReader, "Code(offset as Integer) as String", kWriter),
         MethodRecord(nullptr, "Skipped"),
-        {other, nullptr, "Last", 4, 1, attributes},
+        {kOther, nullptr, "Last", 4, 1, attributes},
     };
     REALclassDefinition ext = ExtensionRecord(methods, 4);
     EXPECT_EQ(LinesOf([&] { RegisterExtensionModule(&ext); }), Lines{});
@@ -121,11 +113,11 @@ TEST_F(ModulesTest, AssigningEntryComesBeforeTheReadingOne) {
     EXPECT_EQ(module->propertyCount, 1u);
     EXPECT_EQ(EntriesOf(module),
               (std::vector<Entry>{
-                  {"First(extends ref as Thing, a as Integer)", other, 0x14},
-                  {"Code(extends ref as Thing, offset as Integer, assigns value as String)", writer,
-                   0x14},
-                  {"Code(extends ref as Thing, offset as Integer) as String", reader, 0x14},
-                  {"Last(extends ref as Thing)", other, 0x14},
+                  {"First(extends ref as Thing, a as Integer)", kOther, 0x14},
+                  {"Code(extends ref as Thing, offset as Integer, assigns value as String)",
+                   kWriter, 0x14},
+                  {"Code(extends ref as Thing, offset as Integer) as String", kReader, 0x14},
+                  {"Last(extends ref as Thing)", kOther, 0x14},
               }));
     EXPECT_EQ(module->methods[3].attributes, attributes);
     EXPECT_EQ(module->methods[3].attributeCount, 1u);
@@ -142,8 +134,7 @@ TEST_F(ModulesTest, ExtensionWithoutMethodsMakesNoHostCall) {
 }
 
 TEST_F(ModulesTest, ADeclarationThatCannotBeCopiedKeepsTheModuleFromTheHost) {
-    REALmethodDefinition methods[2] = {MethodRecord(QVT_PROC(void(), Reader), "Fine"),
-                                       MethodRecord(QVT_PROC(void(), Other), nullptr)};
+    REALmethodDefinition methods[2] = {MethodRecord(kReader, "Fine"), MethodRecord(kOther, nullptr)};
     REALclassDefinition ext = ExtensionRecord(methods, 2);
     LinesOf([&] { RegisterExtensionModule(&ext); });
     EXPECT_TRUE(simhost::Registrations().empty());
@@ -152,7 +143,7 @@ TEST_F(ModulesTest, ADeclarationThatCannotBeCopiedKeepsTheModuleFromTheHost) {
 TEST_F(ModulesTest, NoRoomForTheMethodsKeepsTheModuleFromTheHost) {
     REALmethodDefinition noFunctions[1] = {MethodRecord(nullptr, "Nothing")};
     REALclassDefinition ext = ExtensionRecord(noFunctions, 1);
-    REALmethodDefinition globals[1] = {MethodRecord(QVT_PROC(void(), Reader), "G() as Integer")};
+    REALmethodDefinition globals[1] = {MethodRecord(kReader, "G() as Integer")};
     EXPECT_EQ(LinesOf([&] {
                   RegisterExtensionModule(&ext);
                   RegisterMethods(globals, -1);
@@ -167,7 +158,6 @@ TEST_F(ModulesTest, RouteFollowsTheHostVersion) {
         double host;
         Lines kinds;
     } cases[] = {
-        {2011.0, {"ClassExtension", "Method", "Method"}},
         {2012.99, {"ClassExtension", "Method", "Method"}},
         {2013.0, {"Module", "Module"}},
         {2999.99, {"Module", "Module"}},
@@ -176,10 +166,10 @@ TEST_F(ModulesTest, RouteFollowsTheHostVersion) {
     for (const auto &c : cases) {
         simhost::Reset();
         OnHost(c.host);
-        REALmethodDefinition methods[1] = {MethodRecord(QVT_PROC(void(), Reader), "Read as Integer")};
+        REALmethodDefinition methods[1] = {MethodRecord(kReader, "Read as Integer")};
         REALclassDefinition ext = ExtensionRecord(methods, 1);
-        REALmethodDefinition globals[2] = {MethodRecord(QVT_PROC(void(), Reader), "G1() as Integer"),
-                                           MethodRecord(QVT_PROC(void(), Other), "G2(n as Int32)")};
+        REALmethodDefinition globals[2] = {MethodRecord(kReader, "G1() as Integer"),
+                                           MethodRecord(kOther, "G2(n as Int32)")};
         Lines lines = LinesOf([&] {
             RegisterClassExtension(&ext);
             RegisterMethods(globals, 2);
@@ -189,58 +179,23 @@ TEST_F(ModulesTest, RouteFollowsTheHostVersion) {
     }
 }
 
-TEST_F(ModulesTest, GlobalsModuleKeepsTheTablesTexts) {
+TEST_F(ModulesTest, GlobalsModuleKeepsTheTablesTextsAndTheHiddenProperty) {
     REALmethodDefinition globals[2] = {
-        {QVT_PROC(void(), Reader), nullptr, "G1() as Integer", 0x40000, 0, nullptr},
-        {QVT_PROC(void(), Other), QVT_PROC(void(), Writer), "G2(n as Int32)", 4, 0, nullptr}};
+        {kReader, nullptr, "G1() as Integer", 0x40000, 0, nullptr},
+        {kOther, kWriter, "G2(n as Int32)", 4, 0, nullptr}};
     RegisterMethods(globals, 2);
     ASSERT_EQ(Kinds(), Lines{"Module"});
     auto *module = static_cast<const REALmoduleDefinition *>(simhost::Registrations()[0].record);
     EXPECT_STREQ(module->name, "MemoryGlobalsQVT");
     ASSERT_EQ(module->methodCount, 2u);
     EXPECT_EQ(module->methods[0].declaration, globals[0].declaration);
-    EXPECT_EQ(module->methods[1].setterFunction, QVT_PROC(void(), Writer));
+    EXPECT_EQ(module->methods[1].setterFunction, kWriter);
     EXPECT_EQ(module->methods[0].flags, 0x14u);
     EXPECT_EQ(module->methods[1].flags, 0x14u);
     // The flags were fixed in the table itself, the scope only in the copies.
     EXPECT_EQ(globals[0].flags, 0x4u);
     EXPECT_EQ(globals[1].flags, 0x4u);
     EXPECT_EQ(module->properties, &gDebuggingProperty);
-}
-
-TEST_F(ModulesTest, DirectRouteSendsTheWrittenRecordsEvenToTheOldestHost) {
-    OnHost(0.0);
-    REALmethodDefinition globals[2] = {MethodRecord(QVT_PROC(void(), Reader), "G1() as Integer"),
-                                       MethodRecord(QVT_PROC(void(), Other), "G2(n as Int32)")};
-    RegisterMethods(globals, 2);
-    auto registrations = simhost::Registrations();
-    ASSERT_EQ(registrations.size(), 2u);
-    EXPECT_EQ(registrations[0].record, &globals[0]);
-    EXPECT_EQ(registrations[1].record, &globals[1]);
-    EXPECT_STREQ(globals[1].declaration, "G2(n as Int32)");
-}
-
-TEST_F(ModulesTest, EmptyOrNilMethodArraysAreRefused) {
-    REALmethodDefinition globals[1] = {MethodRecord(QVT_PROC(void(), Reader), "G() as Integer")};
-    EXPECT_EQ(LinesOf([] { RegisterMethods(nullptr, 3); }),
-              Lines{"Error: A method array registered is nil."});
-    EXPECT_EQ(LinesOf([&] { RegisterMethods(globals, 0); }),
-              Lines{"Warning: A method array registered with count = 0."});
-    EXPECT_TRUE(simhost::Registrations().empty());
-}
-
-TEST_F(ModulesTest, BothModulesShareTheDebuggingProperty) {
-    REALmethodDefinition methods[1] = {MethodRecord(QVT_PROC(void(), Reader), "Read as Integer")};
-    REALclassDefinition ext = ExtensionRecord(methods, 1);
-    REALmethodDefinition globals[1] = {MethodRecord(QVT_PROC(void(), Other), "G() as Integer")};
-    RegisterClassExtension(&ext);
-    RegisterMethods(globals, 1);
-    auto registrations = simhost::Registrations();
-    ASSERT_EQ(registrations.size(), 2u);
-    for (const auto &r : registrations) {
-        EXPECT_EQ(static_cast<const REALmoduleDefinition *>(r.record)->properties,
-                  &gDebuggingProperty);
-    }
     EXPECT_EQ(gDebuggingProperty.flags, 0x26u);
     EXPECT_STREQ(gDebuggingProperty.attributes[0].name, "Hidden");
     auto property = simhost::FindProperty("Debugging", "MemoryGlobalsQVT");
@@ -252,6 +207,15 @@ TEST_F(ModulesTest, BothModulesShareTheDebuggingProperty) {
     EXPECT_TRUE(get(nullptr, 0));
     set(nullptr, 0, 0);
     EXPECT_FALSE(get(nullptr, 0));
+}
+
+TEST_F(ModulesTest, EmptyOrNilMethodArraysAreRefused) {
+    REALmethodDefinition globals[1] = {MethodRecord(kReader, "G() as Integer")};
+    EXPECT_EQ(LinesOf([] { RegisterMethods(nullptr, 3); }),
+              Lines{"Error: A method array registered is nil."});
+    EXPECT_EQ(LinesOf([&] { RegisterMethods(globals, 0); }),
+              Lines{"Warning: A method array registered with count = 0."});
+    EXPECT_TRUE(simhost::Registrations().empty());
 }
 
 }  // namespace

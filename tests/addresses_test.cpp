@@ -1,0 +1,233 @@
+// Addresses, four-character codes and fixed strings on a block of six bytes.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host_fixture.h"
+#include "memory/addresses.h"
+#include "shell/entry.h"
+
+namespace qvt {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+const Bytes kSix{1, 2, 3, 4, 5, 6};
+
+// A code's bytes in memory, given as a little-endian machine holds them.
+Bytes InMemory(Bytes littleEndian) {
+    if constexpr (std::endian::native == std::endian::big) {
+        std::reverse(littleEndian.begin(), littleEndian.end());
+    }
+    return littleEndian;
+}
+
+Bytes Join(Bytes head, const Bytes &tail) {
+    head.insert(head.end(), tail.begin(), tail.end());
+    return head;
+}
+
+// "abcd" as its code lies in memory.
+const Bytes kCode = InMemory({0x64, 0x63, 0x62, 0x61});
+
+class AddressesTest : public test::HostTest {
+protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        gResolver = &simhost::Resolve;
+        gHostVersion = 2013.04;
+        block = simhost::NewBlock(kSix);
+    }
+    void TearDown() override {
+        // Ending the block checks its guard bytes: nothing written past it.
+        simhost::Release(block);
+        HostTest::TearDown();
+    }
+    Bytes Contents() const {
+        auto bytes = simhost::Bytes(block);
+        return Bytes(bytes.begin(), bytes.end());
+    }
+    // A returned string's bytes, or nullopt for nil; the string is given back.
+    static std::optional<Bytes> Taken(REALstring string) {
+        if (!string) return std::nullopt;
+        const std::string bytes = simhost::StringBytes(string);
+        simhost::Release(string);
+        return Bytes(bytes.begin(), bytes.end());
+    }
+
+    REALobject block = nullptr;
+};
+
+TEST_F(AddressesTest, AddressesReachOnePastTheEndAndNoFurther) {
+    const auto base = reinterpret_cast<uintptr_t>(simhost::Bytes(block).data());
+    const struct {
+        int64_t offset;
+        uintptr_t address;
+    } cases[] = {{0, base}, {3, base + 3}, {6, base + 6}, {7, 0}, {-1, 0}, {INT64_MIN, 0}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(Balanced([&] { return AddressQVT(block, c.offset); }), c.address) << c.offset;
+        EXPECT_EQ(Balanced([&] { return AddressPtrQVT(block, c.offset); }),
+                  reinterpret_cast<void *>(c.address))
+            << c.offset;
+    }
+    // A size the host doesn't know bounds nothing.
+    uint8_t memory[4] = {};
+    REALobject foreign = simhost::NewForeignBlock(memory);
+    EXPECT_EQ(AddressPtrQVT(foreign, 100), static_cast<void *>(memory + 100));
+    simhost::Release(foreign);
+}
+
+TEST_F(AddressesTest, CodesReadFourBytesFirstCharacterHighest) {
+    const struct {
+        Bytes block;
+        intptr_t offset;
+        std::optional<Bytes> string;
+        uint32_t encoding;
+    } cases[] = {
+        {kSix, 2, InMemory({6, 5, 4, 3}), hostabi::kEncodingASCII},
+        {kSix, 0, InMemory({4, 3, 2, 1}), hostabi::kEncodingASCII},
+        {kSix, 3, std::nullopt, 0},
+        {kSix, -1, std::nullopt, 0},
+        {kCode, 0, Bytes{'a', 'b', 'c', 'd'}, hostabi::kEncodingASCII},
+        {InMemory({0x64, 0x63, 0xE4, 0x61}), 0, Bytes{'a', 0xE4, 'c', 'd'},
+         hostabi::kEncodingMacRoman},
+        // A zero byte does not end the code.
+        {InMemory({0x64, 0x00, 0x62, 0x61}), 0, Bytes{'a', 'b', 0, 'd'}, hostabi::kEncodingASCII},
+    };
+    for (const auto &c : cases) {
+        REALobject source = simhost::NewBlock(c.block);
+        REALstring read = Balanced([&] { return OSTypeQVT(source, c.offset); });
+        if (read) {
+            EXPECT_EQ(simhost::StringEncoding(read), c.encoding);
+        }
+        EXPECT_EQ(Taken(read), c.string) << c.offset;
+        simhost::Release(source);
+    }
+}
+
+TEST_F(AddressesTest, AssignedCodesFitOrChangeNothing) {
+    const struct {
+        const char *text;  // nullptr for a nil string
+        intptr_t offset;
+        Bytes after;
+    } cases[] = {
+        {"abcd", 0, Join(kCode, {5, 6})},
+        {"abcdefg", 0, Join(kCode, {5, 6})},
+        {"abcd", 2, Join({1, 2}, kCode)},
+        {"", 0, {0x20, 0x20, 0x20, 0x20, 5, 6}},
+        {nullptr, 0, {0x20, 0x20, 0x20, 0x20, 5, 6}},
+        {"abcd", 3, kSix},
+        {"abcd", -1, kSix},
+    };
+    for (const auto &c : cases) {
+        std::copy(kSix.begin(), kSix.end(), simhost::Bytes(block).begin());
+        REALstring value = c.text ? simhost::NewString(c.text) : nullptr;
+        Balanced([&] { OSTypeQVT(block, c.offset, value); });
+        EXPECT_EQ(Contents(), c.after) << (c.text ? c.text : "nil") << " at " << c.offset;
+        if (value) simhost::Release(value);
+    }
+}
+
+TEST_F(AddressesTest, CodeAssignedAndReadBackIsTheSame) {
+    const std::string code("\x01\xFF\x00z", 4);
+    REALstring value = simhost::NewString(code, hostabi::kEncodingMacRoman);
+    OSTypeQVT(block, 1, value);
+    EXPECT_EQ(Taken(OSTypeQVT(block, 1)), (Bytes{0x01, 0xFF, 0x00, 'z'}));
+    simhost::Release(value);
+}
+
+TEST_F(AddressesTest, GetStringClipsToTheBlock) {
+    const struct {
+        intptr_t offset;
+        intptr_t numBytes;
+        std::optional<Bytes> string;
+    } cases[] = {
+        {1, 3, Bytes{2, 3, 4}}, {4, 100, Bytes{5, 6}}, {0, 6, kSix},
+        {6, 1, std::nullopt},   {7, 1, std::nullopt},  {0, 0, std::nullopt},
+        {-1, 1, std::nullopt},  {0, -1, std::nullopt},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(Taken(Balanced([&] { return GetStringQVT(block, c.offset, c.numBytes); })),
+                  c.string)
+            << c.offset << ", " << c.numBytes;
+    }
+}
+
+TEST_F(AddressesTest, GetStringKeepsEveryByteAndLabelsOnlyASCII) {
+    REALobject source = simhost::NewBlock(Bytes{'a', 0, 'b', 0xE4});
+    REALstring ascii = GetStringQVT(source, 0, 3);
+    EXPECT_EQ(simhost::StringEncoding(ascii), hostabi::kEncodingASCII);
+    EXPECT_EQ(Taken(ascii), (Bytes{'a', 0, 'b'}));
+    REALstring other = GetStringQVT(source, 0, 4);
+    EXPECT_EQ(simhost::StringEncoding(other), hostabi::kEncodingUnknown);
+    EXPECT_EQ(Taken(other), (Bytes{'a', 0, 'b', 0xE4}));
+    simhost::Release(source);
+}
+
+TEST_F(AddressesTest, SetStringWritesOnlyWhatFits) {
+    const struct {
+        std::string text;
+        bool nil;
+        intptr_t offset;
+        Bytes after;
+    } cases[] = {
+        {"xyz", false, 1, {1, 'x', 'y', 'z', 5, 6}},
+        {"xyz", false, 4, {1, 2, 3, 4, 'x', 'y'}},
+        {"xyz", false, 5, {1, 2, 3, 4, 5, 'x'}},
+        {"xyz", false, 6, kSix},
+        {"xyz", false, -1, kSix},
+        {"", false, 0, kSix},
+        {"", true, 0, kSix},
+        {std::string("\0\xE4", 2), false, 2, {1, 2, 0, 0xE4, 5, 6}},
+    };
+    for (const auto &c : cases) {
+        std::copy(kSix.begin(), kSix.end(), simhost::Bytes(block).begin());
+        REALstring value = c.nil ? nullptr : simhost::NewString(c.text, hostabi::kEncodingLatin1);
+        Balanced([&] { SetStringQVT(block, value, c.offset); });
+        EXPECT_EQ(Contents(), c.after) << c.text << " at " << c.offset;
+        if (value) simhost::Release(value);
+    }
+    EXPECT_EQ(simhost::OpenStringData(), 0u);
+}
+
+TEST_F(AddressesTest, BlocksOfUnknownSizeTakeExactlyTheBytesAsked) {
+    uint8_t memory[12] = {};
+    std::copy(kCode.begin(), kCode.end(), memory + 8);
+    REALobject foreign = simhost::NewForeignBlock(memory);
+    EXPECT_EQ(Taken(OSTypeQVT(foreign, 8)), (Bytes{'a', 'b', 'c', 'd'}));
+    EXPECT_EQ(Taken(GetStringQVT(foreign, 9, 2)), (Bytes{memory[9], memory[10]}));
+    REALstring value = simhost::NewString("xyz");
+    SetStringQVT(foreign, value, 2);
+    // No terminator, no filler: the bytes around stay.
+    EXPECT_EQ(Bytes(memory, memory + 6), (Bytes{0, 0, 'x', 'y', 'z', 0}));
+    simhost::Release(value);
+    simhost::Release(foreign);
+}
+
+TEST_F(AddressesTest, StringInTheBlockItselfMovesLikeMemmove) {
+    REALstring inside = GetStringQVT(block, 0, 4);
+    SetStringQVT(block, inside, 1);
+    EXPECT_EQ(Contents(), (Bytes{1, 1, 2, 3, 4, 6}));
+    simhost::Release(inside);
+}
+
+TEST_F(AddressesTest, AssigningFormIsRegisteredWithTheReadingForm) {
+    REALPluginMain(&simhost::Resolve);
+    auto setter = simhost::FindMethod("OSTypeQVT(offset as Integer, assigns value as String)",
+                                      "MemoryBlock");
+    ASSERT_TRUE(setter.has_value());
+    REALstring value = simhost::NewString("abcd");
+    reinterpret_cast<void (*)(REALobject, intptr_t, REALstring)>(setter->function)(block, 0, value);
+    simhost::Release(value);
+    auto getter = simhost::FindMethod("OSTypeQVT(offset as Integer) as String", "MemoryBlock");
+    ASSERT_TRUE(getter.has_value());
+    EXPECT_EQ(Taken(reinterpret_cast<REALstring (*)(REALobject, intptr_t)>(getter->function)(block,
+                                                                                              0)),
+              (Bytes{'a', 'b', 'c', 'd'}));
+}
+
+}  // namespace
+}  // namespace qvt

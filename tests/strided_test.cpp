@@ -1,0 +1,297 @@
+// Strided copies of bytes and bits, and bit expansion, through their
+// functions, against literal transcriptions of their rules.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "host_fixture.h"
+#include "memory/strided.h"
+#include "shell/entry.h"
+
+namespace qvt {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+class StridedTest : public test::HostTest {
+protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        gResolver = &simhost::Resolve;
+        gHostVersion = 2013.04;
+    }
+    simhost::Options options() const override {
+        simhost::Options quiet;
+        quiet.logCalls = false;
+        return quiet;
+    }
+    static Bytes Contents(REALobject block) {
+        auto bytes = simhost::Bytes(block);
+        return Bytes(bytes.begin(), bytes.end());
+    }
+};
+
+Bytes RandomBytes(size_t count, std::mt19937 &random) {
+    Bytes bytes(count);
+    for (auto &b : bytes) b = static_cast<uint8_t>(random());
+    return bytes;
+}
+
+// ---- Byte runs -------------------------------------------------------------
+
+struct Stride {
+    intptr_t from, to, count, step, steps;
+};
+
+TEST_F(StridedTest, CopyNthBytesGathersRunsIntoOnePackedRun) {
+    const struct {
+        Bytes source;
+        Stride s;
+        Bytes after;  // of a destination of 0xEE bytes
+    } cases[] = {
+        {{10, 20, 30, 40, 50, 60, 70, 80, 90}, {0, 0, 1, 4, 3}, {10, 50, 90, 0xEE}},
+        {{1, 2, 3, 4, 5, 6}, {0, 0, 2, 4, 2}, {1, 2, 5, 6}},
+        {{7, 8}, {1, 1, 1, 0, 3}, {0xEE, 8, 8, 8}},
+        {{1, 2, 3, 4, 5, 6}, {5, 0, 1, -2, 3}, {6, 4, 2, 0xEE}},
+        {{1, 2, 3}, {0, 0, 1, 1, 0}, {0xEE, 0xEE, 0xEE, 0xEE}},
+        {{1, 2, 3}, {0, 0, 1, 1, -1}, {0xEE, 0xEE, 0xEE, 0xEE}},
+        {{1, 2, 3}, {0, 0, -1, 1, 2}, {0xEE, 0xEE, 0xEE, 0xEE}},
+    };
+    for (const auto &c : cases) {
+        REALobject source = simhost::NewBlock(c.source);
+        REALobject dest = simhost::NewBlock(Bytes(4, 0xEE));
+        EXPECT_TRUE(Balanced([&] {
+            return CopyNthBytesQVT(dest, source, c.s.from, c.s.to, c.s.count, c.s.step, c.s.steps);
+        }));
+        EXPECT_EQ(Contents(dest), c.after);
+        simhost::Release(source);
+        simhost::Release(dest);
+    }
+}
+
+// The plain byte loop, step after step, on one buffer that holds both sides.
+void CopyNthBytesReference(Bytes &memory, intptr_t source, const Stride &s) {
+    for (intptr_t step = 0; step < s.steps; ++step) {
+        for (intptr_t i = 0; i < s.count; ++i) {
+            memory[s.to + step * s.count + i] = memory[source + step * s.step + i];
+        }
+    }
+}
+
+// One block as both source and receiver: runs of later steps read what
+// earlier ones wrote, and runs that overlap their destination go ascending.
+TEST_F(StridedTest, CopyNthBytesIsThePlainLoopEvenOnOneBlock) {
+    std::mt19937 random(5);
+    const Bytes before = RandomBytes(256, random);
+    for (int round = 0; round < 3000; ++round) {
+        const Stride s{
+            0, static_cast<intptr_t>(random() % 40), static_cast<intptr_t>(random() % 20),
+            static_cast<intptr_t>(random() % 15) - 4, static_cast<intptr_t>(random() % 6)};
+        const intptr_t source = 80 + static_cast<intptr_t>(random() % 40);
+        Bytes expected = before;
+        CopyNthBytesReference(expected, source, s);
+        REALobject block = simhost::NewBlock(before);
+        EXPECT_TRUE(Balanced(
+            [&] { return CopyNthBytesQVT(block, block, source, s.to, s.count, s.step, s.steps); }));
+        ASSERT_EQ(Contents(block), expected)
+            << source << " " << s.to << " " << s.count << " " << s.step << " " << s.steps;
+        simhost::Release(block);
+    }
+}
+
+// ---- Bit runs ---------------------------------------------------------------
+
+// The reader and writer of the rule, bit by bit, on raw memory.
+void CopyNthBitsReference(const uint8_t *source, uint8_t *dest, const Stride &s) {
+    const uint8_t *in = source + s.from / 8;
+    unsigned current = *in;
+    int readPosition = static_cast<int>(7 - s.from % 8);
+    uint8_t *out = dest + s.to / 8;
+    int writePosition = static_cast<int>(7 - s.to % 8);
+    unsigned accumulator = 0;
+    auto next = [&] {
+        if (readPosition == -1) {
+            current = *++in;
+            readPosition = 7;
+        }
+        return (current >> readPosition--) & 1;
+    };
+    for (intptr_t step = 0; step < s.steps; ++step) {
+        for (intptr_t i = 0; i < s.count; ++i) {
+            accumulator |= next() << writePosition--;
+            if (writePosition == -1) {
+                *out++ = static_cast<uint8_t>(accumulator);
+                writePosition = 7;
+                accumulator = 0;
+            }
+        }
+        for (intptr_t i = 0; i < s.step; ++i) next();
+    }
+    if (writePosition != 7) *out = static_cast<uint8_t>(accumulator);
+}
+
+TEST_F(StridedTest, CopyNthBitsWritesWholeBytesOfCopiedBits) {
+    const struct {
+        Bytes source;
+        Stride s;
+        Bytes before, after;
+    } cases[] = {
+        {{0xF0, 0xF0}, {0, 0, 1, 3, 4}, {0xFF, 0xFF}, {0xA0, 0xFF}},
+        {{0x12, 0x34, 0x56}, {4, 0, 16, 0, 1}, {0, 0, 0xFF}, {0x23, 0x45, 0xFF}},
+        {{0x12, 0x34, 0x56, 0x78}, {4, 0, 4, 4, 3}, {0xFF, 0xFF}, {0x24, 0x60}},
+        {{0xC0}, {0, 4, 2, 0, 1}, {0xFF, 0xFF}, {0x0C, 0xFF}},
+        {{0xC0}, {0, 8, 2, 0, 0}, {0xFF, 0xFF}, {0xFF, 0xFF}},
+        {{0xC0, 0xFF}, {0, 8, 0, 3, 2}, {0xFF, 0xFF}, {0xFF, 0xFF}},
+        {{0xC0, 0xFF}, {0, 8, 2, -5, 2}, {0xFF, 0xFF}, {0xFF, 0xC0}},
+        // Nothing copied at an unaligned offset still stores the empty byte.
+        {{0xC0}, {0, 12, 0, 0, 1}, {0xFF, 0xFF}, {0xFF, 0x00}},
+        {{0xC0}, {0, 12, 4, 0, 0}, {0xFF, 0xFF}, {0xFF, 0x00}},
+    };
+    for (const auto &c : cases) {
+        REALobject source = simhost::NewBlock(c.source);
+        REALobject dest = simhost::NewBlock(c.before);
+        EXPECT_TRUE(Balanced([&] {
+            return CopyNthBitsQVT(dest, source, c.s.from, c.s.to, c.s.count, c.s.step, c.s.steps);
+        }));
+        EXPECT_EQ(Contents(dest), c.after) << c.s.from << " " << c.s.to;
+        simhost::Release(source);
+        simhost::Release(dest);
+    }
+}
+
+// Runs of several bytes, gaps longer than a byte, and one block for both
+// sides, where the reader enters bytes the writer has already stored.
+TEST_F(StridedTest, CopyNthBitsIsTheBitByBitRule) {
+    std::mt19937 random(6);
+    const Bytes before = RandomBytes(160, random);
+    for (int round = 0; round < 3000; ++round) {
+        const bool oneBlock = round % 2;
+        const Stride s{static_cast<intptr_t>(random() % 40), static_cast<intptr_t>(random() % 40),
+                       static_cast<intptr_t>(random() % 30) - 2,
+                       static_cast<intptr_t>(random() % 30) - 2,
+                       static_cast<intptr_t>(random() % 5)};
+        Bytes expectedSource = before;
+        Bytes expectedDest = before;
+        CopyNthBitsReference(expectedSource.data(),
+                             oneBlock ? expectedSource.data() : expectedDest.data(), s);
+        REALobject source = simhost::NewBlock(before);
+        REALobject dest = oneBlock ? source : simhost::NewBlock(before);
+        EXPECT_TRUE(Balanced(
+            [&] { return CopyNthBitsQVT(dest, source, s.from, s.to, s.count, s.step, s.steps); }));
+        ASSERT_EQ(Contents(source), expectedSource)
+            << s.from << " " << s.to << " " << s.count << " " << s.step << " " << s.steps;
+        if (!oneBlock) {
+            ASSERT_EQ(Contents(dest), expectedDest);
+            simhost::Release(dest);
+        }
+        simhost::Release(source);
+    }
+}
+
+TEST_F(StridedTest, CopyingFromOrToNilRaisesAndCopiesNothing) {
+    REALobject block = simhost::NewBlock(Bytes{1, 2});
+    using Copy = bool (*)(REALobject, REALobject, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t);
+    for (Copy copy : {&CopyNthBytesQVT, &CopyNthBitsQVT}) {
+        for (const auto &sides : {std::pair<REALobject, REALobject>{block, nullptr},
+                                  {nullptr, block},
+                                  {nullptr, nullptr}}) {
+            EXPECT_FALSE(Balanced([&] { return copy(sides.first, sides.second, 0, 1, 1, 1, 1); }));
+            EXPECT_EQ(OneException(), "NilObjectException: memoryblock is nil");
+        }
+    }
+    EXPECT_EQ(Contents(block), (Bytes{1, 2}));
+    // Nothing asked for: a source without memory is not read.
+    REALobject memoryless = simhost::NewMemorylessBlock();
+    EXPECT_TRUE(Balanced([&] { return CopyNthBitsQVT(block, memoryless, 0, 8, 1, 1, 0); }));
+    EXPECT_TRUE(Balanced([&] { return CopyNthBytesQVT(block, memoryless, 0, 0, 1, 1, 0); }));
+    EXPECT_TRUE(simhost::TakeExceptions().empty());
+    EXPECT_EQ(Contents(block), (Bytes{1, 2}));
+    simhost::Release(memoryless);
+    simhost::Release(block);
+}
+
+// ---- Bit expansion ----------------------------------------------------------
+
+// Each group of four destination bytes as one 32-bit number, low byte first.
+Bytes ExpandReference(const Bytes &source, intptr_t count, intptr_t low, intptr_t high,
+                      size_t destSize, uint8_t fill) {
+    Bytes dest(destSize, fill);
+    for (intptr_t b = 0; b < (count + 3) / 4 * 4; ++b) {
+        for (int half = 0; half < 2; ++half) {
+            uint32_t word = 0;
+            for (int k = 0; k < 4; ++k) {
+                const bool set = source[b] >> (7 - 4 * half - k) & 1;
+                word |= static_cast<uint32_t>(set ? high : low) << (8 * k);
+            }
+            for (int k = 0; k < 4; ++k)
+                dest[8 * b + 4 * half + k] = static_cast<uint8_t>(word >> 8 * k);
+        }
+    }
+    return dest;
+}
+
+TEST_F(StridedTest, ExpandBitsWidensBitsToValues) {
+    const struct {
+        uint8_t first;
+        intptr_t low, high;
+        Bytes expanded;  // of the first source byte
+    } cases[] = {
+        {0x80, 0, 255, {255, 0, 0, 0, 0, 0, 0, 0}},
+        {0xA5, 7, 9, {9, 7, 9, 7, 7, 9, 7, 9}},
+        {0x80, 0, 0x100, {0, 1, 0, 0, 0, 0, 0, 0}},
+        {0xC0, 0, 0x1FF, {0xFF, 0xFF, 0x01, 0, 0, 0, 0, 0}},
+        {0x00, -1, 0, Bytes(8, 0xFF)},
+        {0x01, 0, 0x12345678, {0, 0, 0, 0, 0, 0, 0, 0x78}},
+    };
+    for (const auto &c : cases) {
+        REALobject source = simhost::NewBlock(Bytes{c.first, 0, 0, 0});
+        REALobject dest = simhost::NewBlock(Bytes(40, 0xEE));
+        EXPECT_TRUE(Balanced([&] { return ExpandBitsQVT(source, dest, 1, c.low, c.high); }));
+        const Bytes after = Contents(dest);
+        EXPECT_EQ(Bytes(after.begin(), after.begin() + 8), c.expanded);
+        EXPECT_EQ(Bytes(after.begin() + 32, after.end()), Bytes(8, 0xEE));
+        simhost::Release(source);
+        simhost::Release(dest);
+    }
+}
+
+TEST_F(StridedTest, ExpandBitsExpandsWholeGroupsOfFourSourceBytes) {
+    std::mt19937 random(7);
+    const Bytes source = RandomBytes(16, random);
+    const intptr_t values[] = {0, 255, 7, 0x1FF, -2, 0x12345678};
+    for (intptr_t count = 1; count <= 13; ++count) {
+        const intptr_t low = values[random() % 6];
+        const intptr_t high = values[random() % 6];
+        REALobject from = simhost::NewBlock(source);
+        REALobject dest = simhost::NewBlock(Bytes(8 * 16 + 8, 0xEE));
+        EXPECT_TRUE(Balanced([&] { return ExpandBitsQVT(from, dest, count, low, high); }));
+        EXPECT_EQ(Contents(dest), ExpandReference(source, count, low, high, 8 * 16 + 8, 0xEE))
+            << count << " " << low << " " << high;
+        simhost::Release(from);
+        simhost::Release(dest);
+    }
+}
+
+TEST_F(StridedTest, ExpandBitsRefusesUnusableArgumentsWithoutRaising) {
+    REALobject source = simhost::NewBlock(Bytes(4, 0xFF));
+    REALobject dest = simhost::NewBlock(Bytes(32, 0xEE));
+    REALobject memoryless = simhost::NewMemorylessBlock();
+    const struct {
+        REALobject from, to;
+        intptr_t count;
+    } cases[] = {
+        {source, dest, 0},    {source, dest, -4},    {nullptr, dest, 1},
+        {source, nullptr, 1}, {memoryless, dest, 1}, {source, memoryless, 1},
+    };
+    for (const auto &c : cases) {
+        EXPECT_FALSE(Balanced([&] { return ExpandBitsQVT(c.from, c.to, c.count, 0, 255); }));
+    }
+    EXPECT_TRUE(simhost::TakeExceptions().empty());
+    EXPECT_EQ(Contents(dest), Bytes(32, 0xEE));
+    for (REALobject block : {source, dest, memoryless}) simhost::Release(block);
+}
+
+}  // namespace
+}  // namespace qvt
