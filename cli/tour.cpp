@@ -296,6 +296,54 @@ std::vector<Step> Steps() {
          Receiver::Block, kSix, [](R f, O b) { return Void<O, intptr_t, intptr_t>(f, b, 0, 3); }},
         {"SwapBytesQVT(offset as Integer, numBytes as Integer)", "offset=2 numBytes=100",
          Receiver::Block, kSix, [](R f, O b) { return Void<O, intptr_t, intptr_t>(f, b, 2, 100); }},
+        {"FindByteQVT(values() as UInt8, StartByteOffset as Integer = 0) as Integer",
+         "values=(7, 4) StartByteOffset=2", Receiver::Block, kCounting,
+         [](R f, O b) {
+             REALarray values = simhost::NewArray(simhost::kArrayUInt8, {7, 4});
+             Outcome outcome = Number(Invoke<intptr_t, O, REALarray, intptr_t>(f, b, values, 2));
+             simhost::Release(values);
+             return outcome;
+         }},
+        {"FindStringQVT(srcOfs as Integer, maxBytes as Integer, target as String) as Integer",
+         "srcOfs=0 maxBytes=10 target=\"abc\"", Receiver::Block, Bytes{'x', 'a', 'b', 'c', 'y'},
+         [](R f, O b) {
+             REALstring target = simhost::NewString("abc");
+             Outcome outcome =
+                 Number(Invoke<intptr_t, O, intptr_t, intptr_t, REALstring>(f, b, 0, 10, target));
+             simhost::Release(target);
+             return outcome;
+         }},
+        {"BytesZeroQVT(srcOfs as Integer, numBytes as Integer) as Boolean", "srcOfs=0 numBytes=11",
+         Receiver::Block, kZeros,
+         [](R f, O b) { return Truth(Invoke<bool, O, intptr_t, intptr_t>(f, b, 0, 11)); }},
+        {"MirrorBytesQVT(offsetByte as Integer = 0, lengthByte as integer = -1)",
+         "offsetByte=0 lengthByte=-1", Receiver::Block, kCounting,
+         [](R f, O b) { return Void<O, intptr_t, intptr_t>(f, b, 0, -1); }},
+        {"MirrorBitsQVT(offsetBit as Integer, lengthBit as integer)", "offsetBit=4 lengthBit=12",
+         Receiver::Block, Bytes{0x0F, 0x00, 0xFF},
+         [](R f, O b) { return Void<O, intptr_t, intptr_t>(f, b, 4, 12); }},
+        {"CopyNthBytesQVT(source as memoryblock, SourceOffsetBytes as integer, "
+         "DestinationOffsetBytes as integer, ByteCount as integer, StepCount as integer, "
+         "NumberOfSteps as integer) as boolean",
+         "source=itself SourceOffsetBytes=0 DestinationOffsetBytes=0 ByteCount=1 StepCount=3 "
+         "NumberOfSteps=3",
+         Receiver::Block, kCounting,
+         [](R f, O b) {
+             return Truth(Invoke<bool, O, O, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t>(
+                 f, b, b, 0, 0, 1, 3, 3));
+         }},
+        {"ExpandBitsQVT(dest as memoryblock, SourceByteCount as integer, LowValue as integer = 0, "
+         "HighValue as integer = 255) as boolean",
+         // Whole groups of 4 source bytes are read, 32 destination bytes written.
+         "dest=32 bytes SourceByteCount=1", Receiver::Block, Bytes{0xA5, 0, 0, 0},
+         [](R f, O b) {
+             O dest = simhost::NewBlock(32);
+             Outcome outcome =
+                 Truth(Invoke<bool, O, O, intptr_t, intptr_t, intptr_t>(f, b, dest, 1, 0, 255));
+             outcome.text += ", dest starts " + Hex(simhost::Bytes(dest).first(8));
+             simhost::Release(dest);
+             return outcome;
+         }},
         {"NewMemoryBlockWithBytesQVT(Data as Ptr, size as Integer) as MemoryBlock",
          "Data=\"abc\" size=3", Receiver::None, kNone,
          [](R f, O) { return Block(Invoke<O, const void *, intptr_t>(f, kABC, 3)); }},
