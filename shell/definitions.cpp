@@ -120,37 +120,13 @@ REALmethodDefinition gMemoryBlockExtensionMethods[] = {
 
 const std::size_t kMemoryBlockExtensionMethodCount = std::size(gMemoryBlockExtensionMethods);
 
+// Fields left out are zero or nil.
 REALclassDefinition gMemoryBlockExtension = {
     .version = kCurrentREALControlVersion,
     .name = "MemoryBlock",
-    .superName = nullptr,
-    .dataSize = 0,
-    .forSystemUse = 0,
-    .hostField5 = nullptr,
-    .destructor = nullptr,
-    .properties = nullptr,
-    .propertyCount = 0,
     .methods = gMemoryBlockExtensionMethods,
     .methodCount = std::size(gMemoryBlockExtensionMethods),
-    .events = nullptr,
-    .eventCount = 0,
-    .eventInstances = nullptr,
-    .eventInstanceCount = 0,
-    .hostField15 = nullptr,
-    .attributes = nullptr,
-    .attributeCount = 0,
-    .constants = nullptr,
-    .constantCount = 0,
     .flags = kFlagConsoleSafe,
-    .sharedProperties = nullptr,
-    .sharedPropertyCount = 0,
-    .sharedMethods = nullptr,
-    .sharedMethodCount = 0,
-    .delegates = nullptr,
-    .delegateCount = 0,
-    .enums = nullptr,
-    .enumCount = 0,
-    .unused29 = 0,
 };
 
 namespace {
@@ -180,35 +156,14 @@ REALmethodDefinition gMemoryBlockQVTMethods[] = {
 REALclassDefinition gMemoryBlockQVTClass = {
     .version = kCurrentREALControlVersion,
     .name = "MemoryBlockQVT",
-    .superName = nullptr,
     // The instance data as this build lays it out; the front end rounds it up.
     .dataSize = sizeof(MemoryBlockQVT::Data),
-    .forSystemUse = 0,
-    .hostField5 = nullptr,
     .destructor = QVT_PROC(void(REALobject), MemoryBlockQVT::Close),
     .properties = gMemoryBlockQVTProperties,
     .propertyCount = std::size(gMemoryBlockQVTProperties),
     .methods = gMemoryBlockQVTMethods,
     .methodCount = std::size(gMemoryBlockQVTMethods),
-    .events = nullptr,
-    .eventCount = 0,
-    .eventInstances = nullptr,
-    .eventInstanceCount = 0,
-    .hostField15 = nullptr,
-    .attributes = nullptr,
-    .attributeCount = 0,
-    .constants = nullptr,
-    .constantCount = 0,
     .flags = kFlagConsoleSafe,
-    .sharedProperties = nullptr,
-    .sharedPropertyCount = 0,
-    .sharedMethods = nullptr,
-    .sharedMethodCount = 0,
-    .delegates = nullptr,
-    .delegateCount = 0,
-    .enums = nullptr,
-    .enumCount = 0,
-    .unused29 = 0,
 };
 
 // clang-format off
