@@ -352,6 +352,17 @@ void rbText::UTF32FromUTF16() {
     failed = false;
 }
 
+// A buffer to rewrite the view into; without memory the view ends empty.
+void *rbText::ReplacementBuffer(View view, int32_t length) {
+    void *buffer = AllocateUnits(Unit(view), length, 4);
+    if (!buffer) {
+        if (Debugging()) DebugLogText("Out of memory");
+        FreeOwned(view);
+        SetEmpty(view);
+    }
+    return buffer;
+}
+
 void rbText::EnsureTerminated(View view) {
     const void *data = views[view];
     const int32_t length = lengths[view];
@@ -359,13 +370,8 @@ void rbText::EnsureTerminated(View view) {
     // Empty views too: every view ends with a zero unit.
     if (!data || length < 0 || UnitAt(data, unit, static_cast<std::size_t>(length)) == 0) return;
     if (Debugging()) DebugLogText("String is not zero terminated. Fixed.");
-    void *buffer = AllocateUnits(unit, length, 4);
-    if (!buffer) {
-        if (Debugging()) DebugLogText("Out of memory");
-        FreeOwned(view);
-        SetEmpty(view);
-        return;
-    }
+    void *buffer = ReplacementBuffer(view, length);
+    if (!buffer) return;
     std::memcpy(buffer, data, static_cast<std::size_t>(length) * static_cast<std::size_t>(unit));
     Adopt(view, buffer, length);
 }
@@ -377,13 +383,8 @@ void rbText::SwapForeignByteOrder(View view) {
     const int32_t length = lengths[view];
     if (!data || length < 1 || UnitAt(data, unit, 0) != foreignMark) return;
     if (Debugging()) DebugLogText("String is Little Endian. Swap.");
-    void *buffer = AllocateUnits(unit, length, 4);
-    if (!buffer) {
-        if (Debugging()) DebugLogText("Out of memory");
-        FreeOwned(view);
-        SetEmpty(view);
-        return;
-    }
+    void *buffer = ReplacementBuffer(view, length);
+    if (!buffer) return;
     const auto *from = static_cast<const uint8_t *>(data);
     auto *to = static_cast<uint8_t *>(buffer);
     for (int32_t i = 0; i < length; ++i) {

@@ -77,6 +77,7 @@ private:
     void WidenASCII(View view);
     void DecodeUTF8Into(View view);
     void UTF32FromUTF16();
+    void *ReplacementBuffer(View view, int32_t length);
     void EnsureTerminated(View view);
     void SwapForeignByteOrder(View view);
     void SkipByteOrderMarks(View view);
