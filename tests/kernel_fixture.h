@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <random>
 #include <vector>
 
 #include "host_fixture.h"
@@ -10,6 +11,12 @@
 namespace qvt::test {
 
 using Bytes = std::vector<uint8_t>;
+
+inline Bytes RandomBytes(std::size_t count, std::mt19937 &random) {
+    Bytes bytes(count);
+    for (auto &b : bytes) b = static_cast<uint8_t>(random());
+    return bytes;
+}
 
 class KernelTest : public HostTest {
 protected:
@@ -21,6 +28,15 @@ protected:
     static Bytes Contents(REALobject block) {
         auto bytes = simhost::Bytes(block);
         return Bytes(bytes.begin(), bytes.end());
+    }
+    // Runs `call` balanced on a block holding `before` and gives back its bytes.
+    template <typename Call>
+    Bytes After(const Bytes &before, Call call) {
+        REALobject block = simhost::NewBlock(before);
+        Balanced([&] { call(block); });
+        Bytes after = Contents(block);
+        simhost::Release(block);
+        return after;
     }
 };
 
