@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "diagnostics/debuglog.h"
-#include "host_fixture.h"
+#include "kernel_fixture.h"
 #include "hostvalues/text.h"
 #include "shell/entry.h"
 
@@ -37,17 +37,11 @@ std::string Address(const void *p) {
     return text;
 }
 
-class TextTest : public test::HostTest {
+class TextTest : public test::KernelTest {
 protected:
-    void SetUp() override {
-        HostTest::SetUp();
-        gResolver = &simhost::Resolve;
-        gHostVersion = 2013.04;
-        gDebugging = false;
-    }
     void TearDown() override {
         gDebugging = false;
-        HostTest::TearDown();
+        KernelTest::TearDown();
     }
 };
 
