@@ -4,27 +4,15 @@
 #include <functional>
 #include <vector>
 
-#include "host_fixture.h"
+#include "kernel_fixture.h"
 #include "memory/bits.h"
 #include "shell/entry.h"
 
 namespace qvt {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-class BitsTest : public test::HostTest {
-protected:
-    void SetUp() override {
-        HostTest::SetUp();
-        gResolver = &simhost::Resolve;
-        gHostVersion = 2013.04;
-    }
-    static Bytes Contents(REALobject block) {
-        auto bytes = simhost::Bytes(block);
-        return Bytes(bytes.begin(), bytes.end());
-    }
-};
+using test::Bytes;
+using BitsTest = test::KernelTest;
 
 using Write = std::function<void(REALobject, uint64_t)>;
 
