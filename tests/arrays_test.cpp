@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "diagnostics/debuglog.h"
@@ -16,19 +18,11 @@ namespace {
 
 using Values = std::vector<int64_t>;
 
-struct Host {
-    const char *label;
-    double version;
-    bool brokenHeader;
-    bool direct;
-};
+struct Host { const char *label; double version; bool brokenHeader, direct; };
 
-const Host kHosts[] = {
-    {"2013.04", 2013.04, false, true},
-    {"2007.5, older layout", 2007.5, false, true},
-    {"2013.04, broken header", 2013.04, true, false},
-    {"2007.5, broken header", 2007.5, true, false},
-};
+const Host kHosts[] = {{"2013.04", 2013.04, false, true}, {"2007.5, older layout", 2007.5, false, true},
+                       {"2013.04, broken header", 2013.04, true, false},
+                       {"2007.5, broken header", 2007.5, true, false}};
 
 class ArraysTest : public test::HostTest {
 protected:
@@ -45,10 +39,8 @@ protected:
         options.version = host.version;
         options.oldArrayHeader = host.brokenHeader;
         simhost::Reset(options);
-        gResolver = &simhost::Resolve;
-        gHostVersion = host.version;
-        gArrayTested = false;
-        gArrayDirect = false;
+        gResolver = &simhost::Resolve, gHostVersion = host.version;
+        gArrayTested = gArrayDirect = false;
     }
 };
 
@@ -57,18 +49,11 @@ TEST_F(ArraysTest, HeaderTestPassesOnlyOnAKnownLayoutAndElementsWorkEitherWay) {
         SCOPED_TRACE(host.label);
         UseHost(host);
         Balanced([] { TestArray(); });
-        EXPECT_TRUE(gArrayTested);
-        EXPECT_EQ(gArrayDirect, host.direct);
-        EXPECT_TRUE(simhost::TakeExceptions().empty());
+        EXPECT_EQ(std::pair(gArrayTested.load(), gArrayDirect.load()), std::pair(true, host.direct));
 
         REALarray bytes = simhost::NewArray(simhost::kArrayUInt8, {7, 8, 9});
         const auto *data = static_cast<const uint8_t *>(GetArrayData(bytes));
-        if (host.direct) {
-            ASSERT_NE(data, nullptr);
-            EXPECT_EQ(Values(data, data + 3), (Values{7, 8, 9}));
-        } else {
-            EXPECT_EQ(data, nullptr);
-        }
+        EXPECT_EQ((data ? Values(data, data + 3) : Values{}), (host.direct ? Values{7, 8, 9} : Values{}));
         simhost::Release(bytes);
 
         REALarray array = simhost::NewArray(simhost::kArrayInteger, {5, -7, 9});
@@ -82,36 +67,28 @@ TEST_F(ArraysTest, HeaderTestPassesOnlyOnAKnownLayoutAndElementsWorkEitherWay) {
         EXPECT_EQ(simhost::ArrayValues(array), (Values{-2147483648LL, -7, 9, 11}));
         EXPECT_TRUE(simhost::TakeExceptions().empty());
         // The direct way asks the host for the bounds alone.
-        const std::size_t procedures = simhost::CountCalls("PluginIntegerArrayGetProc") +
-                                       simhost::CountCalls("PluginIntegerArraySetProc");
-        EXPECT_EQ(procedures, host.direct ? 0u : 3u);
+        EXPECT_EQ(simhost::CountCalls("PluginIntegerArrayGetProc") + simhost::CountCalls("PluginIntegerArraySetProc"),
+                  host.direct ? 0u : 3u);
         simhost::Release(array);
     }
 }
 
 TEST_F(ArraysTest, FailedTestLogsTheFirstFailingCheckOnly) {
-    for (const Host &host : {kHosts[2], kHosts[0]}) {
+    const std::string first = "QVT Debug: TestArray 2013.040000\n";
+    const std::tuple<Host, bool, std::string> cases[] = {
+        {kHosts[2], true, first + "QVT Debug: refCount wrong 0\n"}, {kHosts[0], true, first}, {kHosts[2], false, ""}};
+    for (const auto &[host, debugging, logged] : cases) {
         UseHost(host);
-        gDebugging = true;
+        gDebugging = debugging;
         test::StderrCapture output;
         TestArray();
-        const std::string logged = output.Take();
-        EXPECT_EQ(logged, host.direct ? "QVT Debug: TestArray 2013.040000\n"
-                                      : "QVT Debug: TestArray 2013.040000\n"
-                                        "QVT Debug: refCount wrong 0\n");
+        EXPECT_EQ(output.Take(), logged);
     }
-    UseHost(kHosts[2]);
-    gDebugging = false;
-    test::StderrCapture quiet;
-    TestArray();
-    EXPECT_EQ(quiet.Take(), "");
 }
 
 TEST_F(ArraysTest, TestRunsOnceAtFirstUseOfAnElement) {
     REALarray array = simhost::NewArray(simhost::kArrayInteger, {1, 2});
-    EXPECT_EQ(GetArrayUBound(array), 1);
-    EXPECT_FALSE(gArrayTested);
-    EXPECT_EQ(REALGetArrayInt(array, 0), 1);
+    EXPECT_EQ(std::pair(GetArrayUBound(array), gArrayTested.load()), std::pair(RBInteger{1}, false));
     EXPECT_EQ(REALGetArrayInt(array, 1), 2);
     EXPECT_NE(GetArrayData(array), nullptr);
     EXPECT_EQ(simhost::CountCalls("RuntimeArrayCreateSingleDimBoundedArray"), 1u);
@@ -119,25 +96,22 @@ TEST_F(ArraysTest, TestRunsOnceAtFirstUseOfAnElement) {
 }
 
 TEST_F(ArraysTest, BadIndexRaisesAndLeavesThePlace) {
-    const struct {
-        Values elements;
-        RBInteger index;
-        const char *message;
-    } cases[] = {
+    const struct { Values elements; RBInteger index; const char *message; } cases[] = {
         {{1, 2, 3}, 3, "The parameter index  is too big. Range is 0 to 2, but value is 3."},
         {{1, 2, 3}, -1, "The parameter index  is too small. Range is 0 to 2, but value is -1."},
         {{}, 0, "The parameter index  is too big. Range is 0 to -1, but value is 0."},
     };
     for (const auto &c : cases) {
         REALarray array = simhost::NewArray(simhost::kArrayInteger, c.elements);
+        const std::string raised = std::string("OutOfBoundsException: ") + c.message;
         ArrayInteger place = 99;
         Balanced([&] { REALGetArrayValue(array, c.index, &place); });
         EXPECT_EQ(place, 99);
-        EXPECT_EQ(OneException(), std::string("OutOfBoundsException: ") + c.message);
+        EXPECT_EQ(OneException(), raised);
         EXPECT_EQ(REALGetArrayInt(array, c.index), 0);
-        EXPECT_EQ(OneException(), std::string("OutOfBoundsException: ") + c.message);
+        EXPECT_EQ(OneException(), raised);
         REALSetArrayValue(array, c.index, ArrayInteger{4});
-        EXPECT_EQ(OneException(), std::string("OutOfBoundsException: ") + c.message);
+        EXPECT_EQ(OneException(), raised);
         EXPECT_EQ(simhost::ArrayValues(array), c.elements);
         simhost::Release(array);
     }
@@ -157,8 +131,7 @@ TEST_F(ArraysTest, NilArrayLogsUnderTheRoutinesName) {
               "QVT Debug: REALGetArrayInt Array is nil\n"
               "QVT Debug: REALGetArrayObject Array is nil\n"
               "QVT Debug: REALSetArrayValue Array is nil\n");
-    EXPECT_EQ(place, 99);
-    EXPECT_EQ(GetArrayUBound(nullptr), -1);
+    EXPECT_EQ(std::pair(place, GetArrayUBound(nullptr)), std::pair(ArrayInteger{99}, RBInteger{-1}));
     EXPECT_TRUE(simhost::TakeExceptions().empty());
     EXPECT_FALSE(gArrayTested);
 }
@@ -172,8 +145,8 @@ TEST_F(ArraysTest, ProceduresComeThroughTheSelectorsSecondName) {
     host::PluginUInt8ArrayGetProc(array, 1, &place);
     EXPECT_EQ(place, 0xFF);
     host::PluginUInt8ArrayGetProc(array, 0, nullptr);
-    EXPECT_EQ(simhost::CountCalls("RuntimeArrayDirectGetGetProc"), 2u);
-    EXPECT_EQ(simhost::CountCalls("ArrayElementGet"), 1u);
+    EXPECT_EQ(std::pair(simhost::CountCalls("RuntimeArrayDirectGetGetProc"), simhost::CountCalls("ArrayElementGet")),
+              std::pair(std::size_t{2}, std::size_t{1}));
     simhost::Release(array);
 }
 
@@ -183,8 +156,7 @@ class HandleArraysTest : public ArraysTest {
 protected:
     void SetUp() override {
         ArraysTest::SetUp();
-        array = simhost::NewArray(sizeof(void *) == 8 ? simhost::kArrayInt64 : simhost::kArrayInt32,
-                                  {0, 0, 0});
+        array = simhost::NewArray(sizeof(void *) == 8 ? simhost::kArrayInt64 : simhost::kArrayInt32, {0, 0, 0});
         TestArray();
         ASSERT_TRUE(gArrayDirect);
     }
@@ -199,30 +171,20 @@ protected:
 };
 
 TEST_F(HandleArraysTest, ObjectElementsKeepTheirReferences) {
-    REALobject first = simhost::NewBlock(1);
-    REALobject second = simhost::NewBlock(2);
+    REALobject first = simhost::NewBlock(1), second = simhost::NewBlock(2);
     REALSetArrayValue(array, 1, first);
     simhost::Release(first);  // the array's reference is the last
 
     REALSetArrayValue(array, 1, second);
     EXPECT_EQ(Element(1), second);
-    EXPECT_EQ(simhost::RefCount(first), 0);
-    EXPECT_EQ(simhost::RefCount(second), 2);
-
-    REALobject read = REALGetArrayObject(array, 1);
-    EXPECT_EQ(read, second);
-    EXPECT_EQ(simhost::RefCount(second), 3);
-    REALobject place = nullptr;
+    EXPECT_EQ(std::pair(simhost::RefCount(first), simhost::RefCount(second)), std::pair(0L, 2L));
+    REALobject read = REALGetArrayObject(array, 1), place = nullptr;
     REALGetArrayValue(array, 1, &place);
-    EXPECT_EQ(place, second);
-    EXPECT_EQ(simhost::RefCount(second), 4);
-    simhost::Release(read);
-    simhost::Release(place);
-
+    EXPECT_EQ(std::tuple(read, place, simhost::RefCount(second)), std::tuple(second, second, 4L));
+    for (REALobject o : {read, place}) simhost::Release(o);
     REALSetArrayValue(array, 1, static_cast<REALobject>(nullptr));
-    EXPECT_EQ(Element(1), nullptr);
-    EXPECT_EQ(simhost::RefCount(second), 1);
-    EXPECT_EQ(REALGetArrayObject(array, 1), nullptr);
+    EXPECT_EQ(std::tuple(Element(1), simhost::RefCount(second), REALGetArrayObject(array, 1)),
+              std::tuple(nullptr, 1L, nullptr));
     simhost::Release(second);
 }
 
@@ -231,12 +193,10 @@ TEST_F(HandleArraysTest, StringElementsKeepTheirReferences) {
     REALSetArrayValue(array, 0, text);
     EXPECT_EQ(simhost::RefCount(text), 2);
     REALstring read = REALGetArrayString(array, 0);
-    EXPECT_EQ(read, text);
-    EXPECT_EQ(simhost::RefCount(text), 3);
+    EXPECT_EQ(std::pair(read, simhost::RefCount(text)), std::pair(text, 3L));
     simhost::Release(read);
     REALSetArrayValue(array, 0, static_cast<REALstring>(nullptr));
-    EXPECT_EQ(simhost::RefCount(text), 1);
-    EXPECT_EQ(Element(0), nullptr);
+    EXPECT_EQ(std::pair(simhost::RefCount(text), Element(0)), std::pair(1L, static_cast<void *>(nullptr)));
     simhost::Release(text);
 }
 

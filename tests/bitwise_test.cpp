@@ -35,24 +35,15 @@ protected:
 };
 class BitwiseDifferentialTest : public test::QuietKernelTest {};
 
-Call Extract(intptr_t mask) {
-    return [mask](REALobject s, REALobject, REALobject d) { return ExtractBitsQVT(s, mask, d); };
-}
-Call AndBitsMasked(intptr_t mask) {
-    return [mask](REALobject s, REALobject t, REALobject d) { return AndBitsQVT(s, t, mask, d); };
-}
+Call Extract(intptr_t m) { return [=](REALobject s, REALobject, REALobject d) { return ExtractBitsQVT(s, m, d); }; }
+Call AndBitsMasked(intptr_t m) { return [=](auto s, auto t, auto d) { return AndBitsQVT(s, t, m, d); }; }
 const Call kAndBits = [](REALobject s, REALobject t, REALobject d) { return AndBitsQVT(s, t, d); };
 const Call kAnd = &BitwiseAndQVT;
 const Call kOr = &BitwiseOrQVT;
 const Call kXOr = &BitwiseXOrQVT;
 
 TEST_F(BitwiseTest, WorkedValuesOfEveryKernel) {
-    const struct {
-        const char *what;
-        Call call;
-        Bytes source, second;
-        Bytes result, sourceAfter, secondAfter;
-    } cases[] = {
+    const struct { const char *what; Call call; Bytes source, second, result, sourceAfter, secondAfter; } cases[] = {
         {"and", kAnd, {0xF0}, {0x3C}, {0x30}, {0xF0}, {0x3C}},
         {"or", kOr, {0xF0}, {0x3C}, {0xFC}, {0xF0}, {0x3C}},
         {"xor", kXOr, {0xF0}, {0x3C}, {0xCC}, {0xF0}, {0x3C}},
@@ -64,16 +55,14 @@ TEST_F(BitwiseTest, WorkedValuesOfEveryKernel) {
         {"extract -1", Extract(-1), {0xAB, 0xCD}, {0x00}, {0xAB, 0xCD}, {0xAB, 0xCD}, {0x00}},
     };
     for (const auto &c : cases) {
-        REALobject source = simhost::NewBlock(c.source);
-        REALobject second = simhost::NewBlock(c.second);
+        REALobject source = simhost::NewBlock(c.source), second = simhost::NewBlock(c.second);
         REALobject result = Balanced([&] { return c.call(source, second, nullptr); });
         ASSERT_NE(result, nullptr) << c.what;
-        EXPECT_EQ(Contents(result), c.result) << c.what;
-        EXPECT_EQ(Contents(source), c.sourceAfter) << c.what;
-        EXPECT_EQ(Contents(second), c.secondAfter) << c.what;
-        EXPECT_TRUE(simhost::TakeExceptions().empty());
+        EXPECT_EQ((std::vector{Contents(result), Contents(source), Contents(second)}),
+                  (std::vector{c.result, c.sourceAfter, c.secondAfter})) << c.what;
         for (REALobject o : {result, source, second}) simhost::Release(o);
     }
+    EXPECT_TRUE(simhost::TakeExceptions().empty());
 }
 
 // The receiver of 10 bytes and the second of 3: 3 bytes are processed, into
@@ -82,8 +71,7 @@ TEST_F(BitwiseTest, TheShorterBlockSetsTheLengthAndDestKeepsItsTail) {
     for (const Call &call : {kAnd, kOr, kXOr, kAndBits, AndBitsMasked(0xFF), Extract(0xFF)}) {
         Bytes results[2];
         for (bool intoDest : {false, true}) {
-            REALobject source = simhost::NewBlock(Bytes(10, 0xFF));
-            REALobject second = simhost::NewBlock(Bytes(3, 0x0F));
+            REALobject source = simhost::NewBlock(Bytes(10, 0xFF)), second = simhost::NewBlock(Bytes(3, 0x0F));
             REALobject dest = intoDest ? simhost::NewBlock(Bytes(20, 0xEE)) : nullptr;
             REALobject result = Balanced([&] { return call(source, second, dest); });
             ASSERT_NE(result, nullptr);
@@ -94,10 +82,9 @@ TEST_F(BitwiseTest, TheShorterBlockSetsTheLengthAndDestKeepsItsTail) {
         // ExtractBitsQVT reads the receiver alone: all 10 of its bytes.
         const std::size_t n = results[0].size();
         EXPECT_TRUE(n == 3 || (n == 10 && results[0] == Bytes(10, 0xFF)));
-        EXPECT_EQ(Bytes(results[1].begin() + static_cast<std::ptrdiff_t>(n), results[1].end()),
-                  Bytes(20 - n, 0xEE));
-        EXPECT_EQ(Bytes(results[1].begin(), results[1].begin() + static_cast<std::ptrdiff_t>(n)),
-                  results[0]);
+        Bytes expected = results[0];
+        expected.resize(20, 0xEE);
+        EXPECT_EQ(results[1], expected);
     }
     EXPECT_TRUE(simhost::TakeExceptions().empty());
 }
@@ -106,19 +93,12 @@ TEST_F(BitwiseTest, TheShorterBlockSetsTheLengthAndDestKeepsItsTail) {
 // and a given Dest keeps its references.
 TEST_F(BitwiseTest, EmptyBlocksGiveNilWithoutATrace) {
     uint8_t memory[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    REALobject empty = simhost::NewBlock(Bytes{});
-    REALobject memoryless = simhost::NewMemorylessBlock();
-    REALobject unknown = simhost::NewForeignBlock(memory);
-    REALobject full = simhost::NewBlock(Bytes(8, 0xFF));
+    REALobject empty = simhost::NewBlock(Bytes{}), memoryless = simhost::NewMemorylessBlock();
+    REALobject unknown = simhost::NewForeignBlock(memory), full = simhost::NewBlock(Bytes(8, 0xFF));
     REALobject dest = simhost::NewBlock(Bytes(8, 0xEE));
-    const struct {
-        Call call;
-        REALobject source, second;
-    } cases[] = {
-        {kAnd, empty, full},       {kOr, full, empty},     {kXOr, unknown, full},
-        {kAnd, full, unknown},     {kXOr, memoryless, full}, {kAnd, full, memoryless},
-        {AndBitsMasked(1), unknown, full}, {Extract(1), empty, nullptr},
-        {Extract(1), unknown, nullptr},    {Extract(1), memoryless, nullptr},
+    const struct { Call call; REALobject source, second; } cases[] = {
+        {kAnd, empty, full}, {kOr, full, empty}, {kXOr, unknown, full}, {kAnd, full, memoryless},
+        {AndBitsMasked(1), unknown, full}, {Extract(1), empty, nullptr}, {Extract(1), memoryless, nullptr},
     };
     for (const auto &c : cases) {
         for (REALobject d : {static_cast<REALobject>(nullptr), dest}) {
@@ -136,20 +116,14 @@ TEST_F(BitwiseTest, EmptyBlocksGiveNilWithoutATrace) {
 // Every refusal gives nil, leaves every byte alone, and hands back the
 // reference it took on Dest or that its new block carried.
 TEST_F(BitwiseTest, RefusalsRaiseTheirTextsAndKeepReferencesBalanced) {
-    REALobject block = simhost::NewBlock(Bytes(8, 0x5A));
-    REALobject other = simhost::NewBlock(Bytes(8, 0xA5));
-    REALobject empty = simhost::NewBlock(Bytes{});
-    REALobject memoryless = simhost::NewMemorylessBlock();
+    REALobject block = simhost::NewBlock(Bytes(8, 0x5A)), other = simhost::NewBlock(Bytes(8, 0xA5));
+    REALobject empty = simhost::NewBlock(Bytes{}), memoryless = simhost::NewMemorylessBlock();
     REALobject shortDest = simhost::NewBlock(Bytes(7, 0xEE));
     const char *kSource = "NilObjectException: Source Memoryblock is nil";
     const char *kSecond = "NilObjectException: Second Memoryblock is nil";
     const char *kDest = "NilObjectException: Destination Memoryblock is nil";
     const char *kShort = "OutOfBoundsException: Destination Memoryblock is too small";
-    const struct {
-        REALobject source, second, dest;
-        const char *trace;
-        const char *exception;
-    } pairs[] = {
+    const struct { REALobject source, second, dest; const char *trace, *exception; } pairs[] = {
         {nullptr, nullptr, other, "source is nil", kSource},
         {block, nullptr, other, "second is nil", kSecond},
         {empty, nullptr, nullptr, "second is nil", kSecond},  // nil tests come before sizes
@@ -165,64 +139,41 @@ TEST_F(BitwiseTest, RefusalsRaiseTheirTextsAndKeepReferencesBalanced) {
                 << lines;
         }
     }
-    const struct {
-        REALobject source, dest;
-        const char *exception;
-    } singles[] = {{nullptr, other, kSource}, {block, memoryless, kDest}, {block, shortDest, kShort}};
-    for (const auto &e : singles) {
-        EXPECT_EQ(Balanced([&] { return ExtractBitsQVT(e.source, 0xFF, e.dest); }), nullptr);
-        EXPECT_EQ(OneException(), e.exception);
+    for (const auto &p : {pairs[0], pairs[3], pairs[4]}) {
+        EXPECT_EQ(Balanced([&] { return ExtractBitsQVT(p.source, 0xFF, p.dest); }), nullptr);
+        EXPECT_EQ(OneException(), p.exception);
     }
-    EXPECT_EQ(Contents(block), Bytes(8, 0x5A));
-    EXPECT_EQ(Contents(other), Bytes(8, 0xA5));
-    EXPECT_EQ(Contents(shortDest), Bytes(7, 0xEE));
+    EXPECT_EQ((std::vector{Contents(block), Contents(other), Contents(shortDest)}),
+              (std::vector{Bytes(8, 0x5A), Bytes(8, 0xA5), Bytes(7, 0xEE)}));
     for (REALobject o : {block, other, empty, memoryless, shortDest}) simhost::Release(o);
 }
 
 TEST_F(BitwiseTest, TraceOfEachKernel) {
-    REALobject source = simhost::NewBlock(Bytes(10, 0xFF));
-    REALobject second = simhost::NewBlock(Bytes(9, 0xFF));
-    const struct {
-        Call call;
-        std::vector<std::string> lines;
-    } cases[] = {
+    REALobject source = simhost::NewBlock(Bytes(10, 0xFF)), second = simhost::NewBlock(Bytes(9, 0xFF));
+    const struct { Call call; std::vector<std::string> lines; } cases[] = {
         {kXOr, {"BitwiseXOrQVT", "SourceSize 10", "SecondSize 9", "SourceSize 1, 1"}},
         {kAndBits, {"AndBits64QVT", "SourceSize 1, 1"}},
-        {AndBitsMasked(-2),
-         {"AndBitsMask64QVT", "mask -2", "SourceSize 10", "SecondSize 9", "SourceSize 1, 1"}},
-        {Extract(0x1234),
-         {"ExtractBits64QVT", "mask 4660", "SourceSize 10",
-          "Mask " + std::to_string(0x3434343434343434ULL), "SourceSize 1, 2"}},
+        {AndBitsMasked(-2), {"AndBitsMask64QVT", "mask -2", "SourceSize 10", "SecondSize 9", "SourceSize 1, 1"}},
+        {Extract(0x1234), {"ExtractBits64QVT", "mask 4660", "SourceSize 10",
+                           "Mask " + std::to_string(0x3434343434343434ULL), "SourceSize 1, 2"}},
     };
     for (const auto &c : cases) {
         std::string expected;
         for (const auto &line : c.lines) expected += "QVT Debug: " + line + "\n";
         EXPECT_EQ(Traced([&] { simhost::Release(c.call(source, second, nullptr)); }), expected);
     }
-    simhost::Release(source);
-    simhost::Release(second);
+    for (REALobject o : {source, second}) simhost::Release(o);
 }
 
 // Where the operands lie: block 0 is the receiver, 1 the second block, 2 a
 // block of its own for Dest; -1 is no Dest. A Dest at an offset is a block
 // over that memory, overlapping its carrier in part.
-struct Layout {
-    const char *name;
-    std::size_t extraSource, extraSecond;
-    int second;
-    int dest;
-    std::size_t destOffset;
-};
+struct Layout { const char *name; std::size_t extraSource, extraSecond; int second, dest; std::size_t destOffset; };
 
 const Layout kLayouts[] = {
-    {"new block", 0, 0, 1, -1, 0},
-    {"three blocks", 2, 0, 1, 2, 0},
-    {"dest is receiver", 0, 5, 1, 0, 0},
-    {"dest is second", 0, 0, 1, 1, 0},
-    {"second is receiver", 0, 0, 0, 2, 0},
-    {"all one block", 0, 0, 0, 0, 0},
-    {"dest inside receiver", 3, 0, 1, 0, 3},
-    {"dest inside receiver, a word on", 9, 0, 1, 0, 9},
+    {"new block", 0, 0, 1, -1, 0}, {"three blocks", 2, 0, 1, 2, 0}, {"dest is receiver", 0, 5, 1, 0, 0},
+    {"dest is second", 0, 0, 1, 1, 0}, {"second is receiver", 0, 0, 0, 2, 0}, {"all one block", 0, 0, 0, 0, 0},
+    {"dest inside receiver", 3, 0, 1, 0, 3}, {"dest inside receiver, a word on", 9, 0, 1, 0, 9},
     {"dest inside second", 0, 1, 1, 1, 1},
 };
 
@@ -231,25 +182,17 @@ const Layout kLayouts[] = {
 TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
     using Op = uint8_t (*)(uint8_t x, uint8_t y, uint8_t mask);
     const Op both = [](uint8_t x, uint8_t y, uint8_t m) -> uint8_t { return x & y & m; };
-    const struct {
-        const char *name;
-        Call call;
-        Op op;
-        uint8_t mask;
-        bool pair, clears;
-    } methods[] = {
+    const struct { const char *name; Call call; Op op; uint8_t mask; bool pair, clears; } methods[] = {
         {"and", kAnd, both, 0xFF, true, false},
         {"or", kOr, [](uint8_t x, uint8_t y, uint8_t) -> uint8_t { return x | y; }, 0, true, false},
         {"xor", kXOr, [](uint8_t x, uint8_t y, uint8_t) -> uint8_t { return x ^ y; }, 0, true, false},
         {"andbits", kAndBits, both, 0xFF, true, true},
         {"andbits masked", AndBitsMasked(0x3C5A), both, 0x5A, true, true},
-        {"extract", Extract(0x6C), [](uint8_t x, uint8_t, uint8_t m) -> uint8_t { return x & m; },
-         0x6C, false, false},
+        {"extract", Extract(0x6C), [](uint8_t x, uint8_t, uint8_t m) -> uint8_t { return x & m; }, 0x6C, false, false},
     };
     std::mt19937 random(7);
-    std::vector<std::size_t> sizes;
-    for (std::size_t s = 0; s <= 140; ++s) sizes.push_back(s);
-    sizes.push_back(4096 + 7);
+    // Around the 2- and 8-word strides, and one long run.
+    const std::size_t sizes[] = {0, 1, 2, 7, 8, 9, 15, 16, 17, 23, 24, 25, 63, 64, 65, 71, 72, 73, 127, 128, 129, 4103};
     for (const auto &m : methods) {
         for (const Layout &l : kLayouts) {
             // One block is all ExtractBitsQVT reads; its n is the receiver's
@@ -257,24 +200,20 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
             if (!m.pair && (l.second != 1 || l.destOffset != 0 || l.dest == 1)) continue;
             for (std::size_t size : sizes) {
                 Bytes model[3] = {test::RandomBytes(size + l.extraSource, random),
-                                  test::RandomBytes(size + l.extraSecond, random),
-                                  Bytes(size + 16, 0xEE)};
+                                  test::RandomBytes(size + l.extraSecond, random), Bytes(size + 16, 0xEE)};
                 REALobject blocks[3];
                 for (int b = 0; b < 3; ++b) blocks[b] = simhost::NewBlock(model[b]);
                 REALobject dest = nullptr;
                 if (l.dest >= 0) {
-                    dest = l.destOffset == 0
-                               ? blocks[l.dest]
-                               : simhost::NewForeignBlock(simhost::Bytes(blocks[l.dest]).data() +
-                                                          l.destOffset);
+                    uint8_t *at = simhost::Bytes(blocks[l.dest]).data() + l.destOffset;
+                    dest = l.destOffset == 0 ? blocks[l.dest] : simhost::NewForeignBlock(at);
                 }
                 // The host's accounting grows with every block made: the
                 // references are checked on the small sizes only.
                 auto call = [&] { return m.call(blocks[0], blocks[l.second], dest); };
                 REALobject result = size < 10 ? Balanced(call) : call();
 
-                const std::size_t n =
-                    m.pair ? std::min(model[0].size(), model[l.second].size()) : model[0].size();
+                const std::size_t n = m.pair ? std::min(model[0].size(), model[l.second].size()) : model[0].size();
                 const bool empty = model[0].empty() || (m.pair && model[l.second].empty());
                 Bytes fresh(n);
                 uint8_t *x = model[0].data(), *y = m.pair ? model[l.second].data() : x;
@@ -282,13 +221,9 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
                 for (std::size_t i = 0; !empty && i < n; ++i) {
                     const uint8_t t = m.op(x[i], y[i], m.mask);
                     out[i] = t;
-                    if (m.clears) {
-                        x[i] &= static_cast<uint8_t>(~t);
-                        y[i] &= static_cast<uint8_t>(~t);
-                    }
+                    if (m.clears) x[i] &= static_cast<uint8_t>(~t), y[i] &= static_cast<uint8_t>(~t);
                 }
-                const std::string what = std::string(m.name) + ", " + l.name + ", size " +
-                                         std::to_string(size);
+                const std::string what = std::string(m.name) + ", " + l.name + ", size " + std::to_string(size);
                 if (empty) {
                     ASSERT_EQ(result, nullptr) << what;
                 } else if (l.dest < 0) {
@@ -310,14 +245,10 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
 // The two AndBitsQVT overloads must not be swapped.
 TEST_F(BitwiseTest, TheKernelsAreRegisteredUnderTheirDeclarations) {
     REALPluginMain(&simhost::Resolve);
-    const struct {
-        const char *declaration;
-        REALproc function;
-    } rows[] = {
+    const struct { const char *declaration; REALproc function; } rows[] = {
         {"AndBitsQVT(Second as memoryblock, Dest as memoryblock=nil) as memoryblock",
          QVT_PROC(REALobject(REALobject, REALobject, REALobject), AndBitsQVT)},
-        {"AndBitsQVT(Second as memoryblock, Mask as integer, Dest as memoryblock=nil) as "
-         "memoryblock",
+        {"AndBitsQVT(Second as memoryblock, Mask as integer, Dest as memoryblock=nil) as memoryblock",
          QVT_PROC(REALobject(REALobject, REALobject, intptr_t, REALobject), AndBitsQVT)},
         {"BitwiseXOrQVT(Second as MemoryBlock, Dest as MemoryBlock = nil) as MemoryBlock",
          QVT_PROC(REALobject(REALobject, REALobject, REALobject), BitwiseXOrQVT)},

@@ -32,23 +32,17 @@ std::string TextAt(const uintptr_t *old, std::size_t word, std::size_t at) {
 }
 
 TEST_F(FixupsTest, FlagsFollowTheHostVersion) {
-    const struct {
-        double host;
-        RBWord written;
-        RBWord fixed;
-    } cases[] = {
-        {2015.0, 0x308, 0x4},     {2020.01, 0x308, 0x4},    {2015.0, 0x708, 0x708},
-        {2015.0, 0x208, 0x208},   {2015.0, 0x1308, 0x1004}, {2020.02, 0x308, 0x308},
-        {2010.029, 0x40000, 0x4}, {2010.02, 0x40000, 0x0},  {2015.0, 0x40308, 0x4},
-        {2025.0, 0x40020, 0x24},  {2005.0, 0x4, 0x4},
+    const struct { double host; RBWord written, fixed; } cases[] = {
+        {2015.0, 0x308, 0x4}, {2020.01, 0x308, 0x4}, {2015.0, 0x708, 0x708}, {2015.0, 0x208, 0x208},
+        {2015.0, 0x1308, 0x1004}, {2020.02, 0x308, 0x308}, {2010.029, 0x40000, 0x4}, {2010.02, 0x40000, 0x0},
+        {2015.0, 0x40308, 0x4}, {2025.0, 0x40020, 0x24}, {2005.0, 0x4, 0x4},
     };
     for (const auto &c : cases) {
         gHostVersion = c.host;
-        RBWord flags = c.written;
-        FixFlags(flags);
-        EXPECT_EQ(flags, c.fixed) << c.host << " " << std::hex << c.written;
-        FixFlags(flags);
-        EXPECT_EQ(flags, c.fixed) << "twice: " << c.host << " " << std::hex << c.written;
+        RBWord once = c.written, twice;
+        FixFlags(once);
+        FixFlags(twice = once);
+        EXPECT_EQ(std::pair(once, twice), std::pair(c.fixed, c.fixed)) << c.host << " " << std::hex << c.written;
     }
 }
 
@@ -60,9 +54,8 @@ TEST_F(FixupsTest, ClassFlagsReachMethodsAndPropertiesOnly) {
     properties[0].flags = sharedProperties[0].flags = 0x308;
     REALdelegateDefinition delegates[1] = {{"D", 0x308, 0, nullptr}};
     REALenumDefinition enums[1] = {};
-    enums[0].flags = 0x308;
     REALclassDefinition cls = {};
-    cls.flags = 0x308;
+    enums[0].flags = cls.flags = 0x308;
     cls.methods = methods, cls.methodCount = 2;
     cls.sharedMethods = shared, cls.sharedMethodCount = 1;
     cls.properties = properties, cls.propertyCount = 1;
@@ -70,12 +63,9 @@ TEST_F(FixupsTest, ClassFlagsReachMethodsAndPropertiesOnly) {
     cls.delegates = delegates, cls.delegateCount = 1;
     cls.enums = enums, cls.enumCount = 1;
     FixClassFlags(&cls);
-    for (RBWord flags : {cls.flags, methods[0].flags, methods[1].flags, shared[0].flags,
-                         properties[0].flags, sharedProperties[0].flags}) {
-        EXPECT_EQ(flags, 0x4u);
-    }
-    EXPECT_EQ(delegates[0].flags, 0x308u);
-    EXPECT_EQ(enums[0].flags, 0x308u);
+    for (RBWord flags : {cls.flags, methods[0].flags, methods[1].flags, shared[0].flags, properties[0].flags,
+                         sharedProperties[0].flags}) EXPECT_EQ(flags, 0x4u);
+    EXPECT_EQ(std::pair(delegates[0].flags, enums[0].flags), std::pair(RBWord{0x308}, RBWord{0x308}));
 
     REALmoduleDefinition module = {};
     REALmethodDefinition moduleMethods[1] = {MethodWithFlags(0x308)};
@@ -83,17 +73,14 @@ TEST_F(FixupsTest, ClassFlagsReachMethodsAndPropertiesOnly) {
     module.methods = moduleMethods, module.methodCount = 1;
     module.propertyCount = 5;  // nil list: passed over
     FixModuleFlags(&module);
-    EXPECT_EQ(module.flags, 0x308u);
-    EXPECT_EQ(moduleMethods[0].flags, 0x4u);
+    EXPECT_EQ(std::pair(module.flags, moduleMethods[0].flags), std::pair(RBWord{0x308}, RBWord{0x4}));
 }
 
 TEST_F(FixupsTest, ModuleMembersWithoutScopeGetTheDefault) {
-    REALmethodDefinition methods[3] = {MethodWithFlags(0x24), MethodWithFlags(0x4),
-                                       MethodWithFlags(0x14)};
+    REALmethodDefinition methods[3] = {MethodWithFlags(0x24), MethodWithFlags(0x4), MethodWithFlags(0x14)};
     REALpropertyDefinition properties[1] = {};
-    properties[0].flags = 0x2;
     REALenumDefinition enums[1] = {};
-    enums[0].flags = 0x80;
+    properties[0].flags = 0x2, enums[0].flags = 0x80;
     REALmoduleDefinition module = {};
     module.methods = methods, module.methodCount = 3;
     module.properties = properties, module.propertyCount = 1;
@@ -116,18 +103,12 @@ template <typename Record, typename Fix>
 void ExpectKeptWords(Fix fix, std::size_t kept) {
     constexpr std::size_t words = sizeof(Record) / sizeof(uintptr_t);
     std::vector<Record> records(3);
-    for (std::size_t i = 0; i < 3; ++i) {
-        uintptr_t values[words];
-        for (std::size_t w = 0; w < words; ++w) values[w] = 100 * (i + 1) + w;
-        std::memcpy(static_cast<void *>(&records[i]), values, sizeof values);
-    }
+    std::vector<uintptr_t> values(3 * words);
+    for (std::size_t k = 0; k < values.size(); ++k) values[k] = 100 * (k / words + 1) + k % words;
+    std::memcpy(static_cast<void *>(records.data()), values.data(), 3 * sizeof(Record));
     uintptr_t *copy = fix(records.data(), RBWord{3});
     ASSERT_NE(copy, nullptr);
-    for (std::size_t i = 0; i < 3; ++i) {
-        for (std::size_t w = 0; w < kept; ++w) {
-            EXPECT_EQ(copy[i * kept + w], 100 * (i + 1) + w) << "record " << i << " word " << w;
-        }
-    }
+    for (std::size_t k = 0; k < 3 * kept; ++k) EXPECT_EQ(copy[k], 100 * (k / kept + 1) + k % kept) << "word " << k;
 }
 
 TEST_F(FixupsTest, ListFixUpsKeepTheLeadingWordsOfEachRecord) {
@@ -144,24 +125,19 @@ TEST_F(FixupsTest, ListFixUpsReportABrokenPairByName) {
     char address[32];
     std::snprintf(address, sizeof address, "%p", static_cast<void *>(&constant));
     const std::string wrong = " called with wrong parameters: ";
-    const struct {
-        std::function<uintptr_t *()> fix;
-        std::string line;
-    } cases[] = {
+    const struct { std::function<uintptr_t *()> fix; std::string line; } cases[] = {
         {[] { return FixMethods(nullptr, 0); }, ""},
         {[] { return FixMethods(nullptr, 3); }, "Error: FixMethods" + wrong + "(nil) 3"},
         {[] { return FixProperties(nullptr, 1); }, "Error: FixProperties" + wrong + "(nil) 1"},
-        {[&] { return FixConstants(&constant, 0); },
-         "Error: FixConstants" + wrong + address + " 0"},
+        {[&] { return FixConstants(&constant, 0); }, "Error: FixConstants" + wrong + address + " 0"},
         {[] { return FixStructures(nullptr, 2); }, "Error: FixStructures" + wrong + "(nil) 2"},
         {[] { return FixEnums(nullptr, 4); }, "Error: FixEnums" + wrong + "(nil) 4"},
         {[] { return FixEvents(nullptr, 5); }, "Error: FixEvents" + wrong + "(nil) 5"},
     };
     for (const auto &c : cases) {
         uintptr_t *copy = reinterpret_cast<uintptr_t *>(1);
-        Lines lines = LinesOf([&] { copy = c.fix(); });
+        EXPECT_EQ(LinesOf([&] { copy = c.fix(); }), c.line.empty() ? Lines{} : Lines{c.line});
         EXPECT_EQ(copy, nullptr) << c.line;
-        EXPECT_EQ(lines, c.line.empty() ? Lines{} : Lines{c.line});
     }
 }
 
@@ -169,12 +145,10 @@ TEST_F(FixupsTest, EventsPointAtTheirCopies) {
     REALeventDefinition events[2] = {{"Opening", 7, 0, nullptr}, {"Closing", 8, 0, nullptr}};
     uintptr_t *copy = FixEvents(events, 2);
     ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(events[0].hostSlot, reinterpret_cast<uintptr_t>(copy));
-    EXPECT_EQ(events[1].hostSlot, reinterpret_cast<uintptr_t>(copy + 2));
-    EXPECT_STREQ(reinterpret_cast<const char *>(copy[0]), "Opening");
-    EXPECT_EQ(copy[1], 7u);
-    EXPECT_STREQ(reinterpret_cast<const char *>(copy[2]), "Closing");
-    EXPECT_EQ(copy[3], 8u);
+    EXPECT_EQ(std::pair(events[0].hostSlot, events[1].hostSlot),
+              std::pair(reinterpret_cast<uintptr_t>(copy), reinterpret_cast<uintptr_t>(copy + 2)));
+    EXPECT_EQ((std::vector<uintptr_t>(copy, copy + 4)),
+              (std::vector<uintptr_t>{uintptr_t(events[0].declaration), 7, uintptr_t(events[1].declaration), 8}));
 }
 
 TEST_F(FixupsTest, OldClassFormKeepsEveryWordInPlaceAndDropsAttributes) {
@@ -182,30 +156,26 @@ TEST_F(FixupsTest, OldClassFormKeepsEveryWordInPlaceAndDropsAttributes) {
     REALmethodDefinition methods[2] = {MethodWithFlags(4, "A"), MethodWithFlags(4, "B")};
     REALmethodDefinition shared[1] = {MethodWithFlags(4, "S")};
     REALpropertyDefinition properties[1] = {}, sharedProperties[1] = {};
-    properties[0].name = "P";
-    sharedProperties[0].name = "SP";
+    properties[0].name = "P", sharedProperties[0].name = "SP";
     REALeventDefinition events[1] = {{"E", 0, 0, nullptr}};
     REALconstantDefinition constants[1] = {{"K", nullptr, nullptr, 0, nullptr}};
     REALattributeDefinition attributes[1] = {{"Hidden", ""}};
     auto *eventInstances = reinterpret_cast<REALeventInstanceDefinition *>(0x1230);
     REALclassDefinition cls = {
-        15, "Cls", "Super", 16, 0, reinterpret_cast<void *>(0x55),
-        reinterpret_cast<REALproc>(0x66), properties, 1, methods, 2, events, 1, eventInstances, 3,
-        reinterpret_cast<void *>(0x77), attributes, 1, constants, 1, 0x4, sharedProperties, 1,
-        shared, 1, nullptr, 0, nullptr, 0, 0};
+        15, "Cls", "Super", 16, 0, reinterpret_cast<void *>(0x55), reinterpret_cast<REALproc>(0x66), properties, 1,
+        methods, 2, events, 1, eventInstances, 3, reinterpret_cast<void *>(0x77), attributes, 1, constants, 1, 0x4,
+        sharedProperties, 1, shared, 1, nullptr, 0, nullptr, 0, 0};
     uintptr_t *old = FixClass(&cls);
     ASSERT_NE(old, nullptr);
     EXPECT_STREQ(reinterpret_cast<const char *>(old[1]), "Cls");
     EXPECT_STREQ(reinterpret_cast<const char *>(old[2]), "Super");
     // Word, value: the counts and passed-through words; the attributes are gone.
-    const std::pair<std::size_t, uintptr_t> words[] = {
-        {0, 9},  {3, 16},     {5, 0x55},  {6, 0x66},  {8, 1},  {10, 2}, {12, 1}, {13, 0x1230},
-        {14, 3}, {15, 0x77}, {16, 0},    {17, 0},    {19, 1}, {20, 4}, {22, 1}, {24, 1}};
+    const std::pair<std::size_t, uintptr_t> words[] = {{0, 9},  {3, 16}, {5, 0x55}, {6, 0x66}, {8, 1}, {10, 2}, {12, 1},
+        {13, 0x1230}, {14, 3}, {15, 0x77}, {16, 0}, {17, 0}, {19, 1}, {20, 4}, {22, 1}, {24, 1}};
     for (const auto &[word, value] : words) EXPECT_EQ(old[word], value) << "word " << word;
     // Word, index in its list, text: each list in its old stride.
     const std::tuple<std::size_t, std::size_t, const char *> texts[] = {
-        {7, 1, "P"}, {9, 2, "A"}, {9, 4 + 2, "B"}, {11, 0, "E"},
-        {18, 0, "K"}, {21, 1, "SP"}, {23, 2, "S"}};
+        {7, 1, "P"}, {9, 2, "A"}, {9, 4 + 2, "B"}, {11, 0, "E"}, {18, 0, "K"}, {21, 1, "SP"}, {23, 2, "S"}};
     for (const auto &[word, at, text] : texts) EXPECT_EQ(TextAt(old, word, at), text);
     EXPECT_EQ(events[0].hostSlot, old[11]);
     FreeMemory(old);
@@ -217,20 +187,18 @@ TEST_F(FixupsTest, OldModuleFormHasTwelveWords) {
     REALpropertyDefinition properties[1] = {};
     properties[0].name = "P";
     REALmoduleDefinition module = {};
-    module.version = 15;
-    module.name = "Mod";
+    module.version = 15, module.name = "Mod";
     module.methods = methods, module.methodCount = 1;
     module.properties = properties, module.propertyCount = 1;
     module.structureCount = 2;  // broken pair: the list is nil, the count stays
     uintptr_t *old = nullptr;
-    Lines lines = LinesOf([&] { old = FixModule(&module); });
+    EXPECT_EQ(LinesOf([&] { old = FixModule(&module); }),
+              Lines{"Error: FixStructures called with wrong parameters: (nil) 2"});
     ASSERT_NE(old, nullptr);
-    EXPECT_EQ(lines, Lines{"Error: FixStructures called with wrong parameters: (nil) 2"});
     EXPECT_STREQ(reinterpret_cast<const char *>(old[1]), "Mod");
     EXPECT_EQ(TextAt(old, 2, 2), "M");
     EXPECT_EQ(TextAt(old, 6, 1), "P");
-    const std::pair<std::size_t, uintptr_t> words[] = {{0, 9}, {3, 1}, {4, 0},
-                                                       {7, 1}, {8, 0}, {9, 2}};
+    const std::pair<std::size_t, uintptr_t> words[] = {{0, 9}, {3, 1}, {4, 0}, {7, 1}, {8, 0}, {9, 2}};
     for (const auto &[word, value] : words) EXPECT_EQ(old[word], value) << "word " << word;
     FreeMemory(old);
 }
@@ -246,17 +214,14 @@ TEST_F(FixupsTest, ControlDataSizeIsRoundedToSixteen) {
 }
 
 TEST_F(FixupsTest, MenuEventsAreCutAndRenamed) {
-    REALeventDefinition events[9] = {
-        {"A", 0, 0, nullptr}, {"B", 0, 0, nullptr}, {"C", 0, 0, nullptr}, {"D", 0, 0, nullptr},
-        {"E", 0, 0, nullptr}, {"EnableMenuItems", 0, 0, nullptr}, {"GotFocus", 0, 0, nullptr},
-        {"LostFocus", 0, 0, nullptr}, {"lostfocus", 0, 0, nullptr},
-    };
+    REALeventDefinition events[9] = {{"A", 0, 0, nullptr}, {"B", 0, 0, nullptr}, {"C", 0, 0, nullptr},
+        {"D", 0, 0, nullptr}, {"E", 0, 0, nullptr}, {"EnableMenuItems", 0, 0, nullptr}, {"GotFocus", 0, 0, nullptr},
+        {"LostFocus", 0, 0, nullptr}, {"lostfocus", 0, 0, nullptr}};
     REALcontrolDefinition control = {};
     control.flags = kFlagControlMenuEvents;
     control.events = events, control.eventCount = 9;
     FixControl(&control);
-    ASSERT_EQ(control.events, events + 5);
-    ASSERT_EQ(control.eventCount, 4u);
+    ASSERT_EQ(std::pair(control.events, control.eventCount), std::pair(events + 5, RBWord{4}));
     const char *const renamed[] = {"MenuBarSelected", "FocusReceived", "FocusLost", "lostfocus"};
     for (int i = 0; i < 4; ++i) EXPECT_STREQ(control.events[i].declaration, renamed[i]);
     EXPECT_STREQ(events[0].declaration, "A");
