@@ -63,79 +63,61 @@ TEST_F(AddressesTest, AddressesReachOnePastTheEndAndNoFurther) {
     for (const auto &c : cases) {
         EXPECT_EQ(Balanced([&] { return AddressQVT(block, c.offset); }), c.address) << c.offset;
         EXPECT_EQ(Balanced([&] { return AddressPtrQVT(block, c.offset); }),
-                  reinterpret_cast<void *>(c.address))
-            << c.offset;
+                  reinterpret_cast<void *>(c.address)) << c.offset;
     }
     // A size the host doesn't know bounds nothing.
     uint8_t memory[4] = {};
     REALobject foreign = simhost::NewForeignBlock(memory);
-    EXPECT_EQ(AddressPtrQVT(foreign, 100), static_cast<void *>(memory + 100));
+    const auto beyond = reinterpret_cast<uintptr_t>(memory) + 100;
+    EXPECT_EQ(AddressPtrQVT(foreign, 100), reinterpret_cast<void *>(beyond));
     simhost::Release(foreign);
 }
 
-TEST_F(AddressesTest, CodesReadFourBytesFirstCharacterHighest) {
+// Codes read four bytes, first character highest; strings clip to the block
+// and keep every byte, labelled ASCII only when they are.
+TEST_F(AddressesTest, ReadingFormsTakeTheBytesInTheBlock) {
+    const Bytes text{'a', 0, 'b', 0xE4};
     const struct {
         Bytes block;
-        intptr_t offset;
+        intptr_t offset, numBytes;  // numBytes < 0: the code
         std::optional<Bytes> string;
         uint32_t encoding;
     } cases[] = {
-        {kSix, 2, InMemory({6, 5, 4, 3}), hostabi::kEncodingASCII},
-        {kSix, 3, std::nullopt, 0},
-        {kSix, -1, std::nullopt, 0},
-        {kCode, 0, Bytes{'a', 'b', 'c', 'd'}, hostabi::kEncodingASCII},
-        {InMemory({0x64, 0x63, 0xE4, 0x61}), 0, Bytes{'a', 0xE4, 'c', 'd'},
-         hostabi::kEncodingMacRoman},
+        {kSix, 2, -1, InMemory({6, 5, 4, 3}), hostabi::kEncodingASCII},
+        {kSix, 3, -1, std::nullopt, 0},
+        {kSix, -1, -1, std::nullopt, 0},
+        {kCode, 0, -1, Bytes{'a', 'b', 'c', 'd'}, hostabi::kEncodingASCII},
+        {InMemory({0x64, 0x63, 0xE4, 0x61}), 0, -1, Bytes{'a', 0xE4, 'c', 'd'}, hostabi::kEncodingMacRoman},
         // A zero byte does not end the code.
-        {InMemory({0x64, 0x00, 0x62, 0x61}), 0, Bytes{'a', 'b', 0, 'd'}, hostabi::kEncodingASCII},
+        {InMemory({0x64, 0x00, 0x62, 0x61}), 0, -1, Bytes{'a', 'b', 0, 'd'}, hostabi::kEncodingASCII},
+        {kSix, 1, 3, Bytes{2, 3, 4}, hostabi::kEncodingASCII},
+        {kSix, 4, 100, Bytes{5, 6}, hostabi::kEncodingASCII},
+        {kSix, 0, 6, kSix, hostabi::kEncodingASCII},
+        {kSix, 6, 1, std::nullopt, 0},
+        {kSix, 0, 0, std::nullopt, 0},
+        {kSix, -1, 1, std::nullopt, 0},
+        {text, 0, 3, Bytes{'a', 0, 'b'}, hostabi::kEncodingASCII},
+        {text, 0, 4, text, hostabi::kEncodingUnknown},
     };
     for (const auto &c : cases) {
         REALobject source = simhost::NewBlock(c.block);
-        REALstring read = Balanced([&] { return OSTypeQVT(source, c.offset); });
+        REALstring read = Balanced([&] {
+            return c.numBytes < 0 ? OSTypeQVT(source, c.offset) : GetStringQVT(source, c.offset, c.numBytes);
+        });
         if (read) {
-            EXPECT_EQ(simhost::StringEncoding(read), c.encoding);
+            EXPECT_EQ(simhost::StringEncoding(read), c.encoding) << c.offset << ", " << c.numBytes;
         }
-        EXPECT_EQ(Taken(read), c.string) << c.offset;
+        EXPECT_EQ(Taken(read), c.string) << c.offset << ", " << c.numBytes;
         simhost::Release(source);
     }
-}
-
-TEST_F(AddressesTest, GetStringClipsToTheBlock) {
-    const struct {
-        intptr_t offset;
-        intptr_t numBytes;
-        std::optional<Bytes> string;
-    } cases[] = {
-        {1, 3, Bytes{2, 3, 4}}, {4, 100, Bytes{5, 6}}, {0, 6, kSix},          {6, 1, std::nullopt},
-        {0, 0, std::nullopt},   {-1, 1, std::nullopt}, {0, -1, std::nullopt},
-    };
-    for (const auto &c : cases) {
-        EXPECT_EQ(Taken(Balanced([&] { return GetStringQVT(block, c.offset, c.numBytes); })),
-                  c.string)
-            << c.offset << ", " << c.numBytes;
-    }
-}
-
-TEST_F(AddressesTest, GetStringKeepsEveryByteAndLabelsOnlyASCII) {
-    REALobject source = simhost::NewBlock(Bytes{'a', 0, 'b', 0xE4});
-    REALstring ascii = GetStringQVT(source, 0, 3);
-    EXPECT_EQ(simhost::StringEncoding(ascii), hostabi::kEncodingASCII);
-    EXPECT_EQ(Taken(ascii), (Bytes{'a', 0, 'b'}));
-    REALstring other = GetStringQVT(source, 0, 4);
-    EXPECT_EQ(simhost::StringEncoding(other), hostabi::kEncodingUnknown);
-    EXPECT_EQ(Taken(other), (Bytes{'a', 0, 'b', 0xE4}));
-    simhost::Release(source);
+    EXPECT_EQ(Taken(GetStringQVT(block, 0, -1)), std::nullopt);
 }
 
 // A code takes four bytes, padded with spaces; a string writes what fits.
 TEST_F(AddressesTest, AssignmentsFitOrChangeNothing) {
     const Bytes spaces = Join({0x20, 0x20, 0x20, 0x20}, {5, 6});
-    const struct {
-        bool code;  // OSTypeQVT, else SetStringQVT
-        std::optional<std::string> text;  // nullopt for a nil string
-        intptr_t offset;
-        Bytes after;
-    } cases[] = {
+    // code: OSTypeQVT, else SetStringQVT; text: nullopt for a nil string.
+    const struct { bool code; std::optional<std::string> text; intptr_t offset; Bytes after; } cases[] = {
         {true, "abcd", 0, Join(kCode, {5, 6})},
         {true, "abcdefg", 0, Join(kCode, {5, 6})},
         {true, "abcd", 2, Join({1, 2}, kCode)},
@@ -157,8 +139,7 @@ TEST_F(AddressesTest, AssignmentsFitOrChangeNothing) {
         Balanced([&] {
             c.code ? OSTypeQVT(block, c.offset, value) : SetStringQVT(block, value, c.offset);
         });
-        EXPECT_EQ(Contents(block), c.after) << c.code << " " << c.text.value_or("nil") << " at "
-                                           << c.offset;
+        EXPECT_EQ(Contents(block), c.after) << c.code << " " << c.text.value_or("nil") << " at " << c.offset;
         if (value) simhost::Release(value);
     }
     EXPECT_EQ(simhost::OpenStringData(), 0u);

@@ -29,15 +29,12 @@ protected:
 TEST_F(BlocksTest, ReadsWhatTheHostReports) {
     EXPECT_EQ(GetBlockPtr(nullptr), nullptr);
     EXPECT_EQ(GetBlockSize(nullptr), 0);
+    EXPECT_EQ(WrapPtr(nullptr), nullptr);
     EXPECT_TRUE(simhost::Calls().empty());  // nil asks no host
     uint8_t foreign[4] = {};
-    const struct {
-        REALobject block;
-        const void *pointer;
-        int64_t size;
-    } cases[] = {
+    const struct { REALobject block; const void *pointer; int64_t size; } cases[] = {
         {simhost::NewBlock(7), nullptr, 7},
-        {simhost::NewForeignBlock(foreign), foreign, -1},  // size unknown
+        {Balanced([&] { return WrapPtr(foreign); }), foreign, -1},  // size unknown
         {simhost::NewMemorylessBlock(), nullptr, 0},
     };
     for (const auto &c : cases) {
@@ -48,16 +45,12 @@ TEST_F(BlocksTest, ReadsWhatTheHostReports) {
     }
 }
 
+// 0x7FFFFFFF is refused though AllocateMemory would take it.
 TEST_F(BlocksTest, NewBlockAsksTheHostOnlyForSizesItCanHave) {
     const struct {
         int64_t size;
         bool asked;
-    } cases[] = {
-        {-1, false},
-        {0, true},
-        {0x7FFFFFFE, true},
-        {0x7FFFFFFF, false},  // though AllocateMemory would take it
-    };
+    } cases[] = {{-1, false}, {0, true}, {0x7FFFFFFE, true}, {0x7FFFFFFF, false}};
     for (const auto &c : cases) {
         simhost::ClearCalls();
         REALobject block = Balanced([&] { return NewBlock(c.size); });
@@ -70,18 +63,6 @@ TEST_F(BlocksTest, NewBlockAsksTheHostOnlyForSizesItCanHave) {
         }
         EXPECT_TRUE(simhost::TakeExceptions().empty());
     }
-}
-
-TEST_F(BlocksTest, WrapPtrMakesABlockOfUnknownSizeOverTheMemory) {
-    EXPECT_EQ(Balanced([] { return WrapPtr(nullptr); }), nullptr);
-    EXPECT_EQ(simhost::CountCalls("PtrToMemoryBlock"), 0u);
-
-    uint8_t memory[3] = {1, 2, 3};
-    REALobject block = Balanced([&] { return WrapPtr(memory); });
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(GetBlockPtr(block), memory);
-    EXPECT_LT(GetBlockSize(block), 0);
-    simhost::Release(block);
 }
 
 // Nothing to build is nil without asking or raising; beyond the largest
@@ -97,9 +78,8 @@ TEST_F(BlocksTest, BuildCopiesTheBytesOrRefuses) {
         const void *source;
         int64_t size;
         const char *raised;  // the size in the message, or none
-    } cases[] = {{nullptr, 4, nullptr},       {source, 0, nullptr},
-                 {source, -1, nullptr},       {source, 0x7FFFFFFF, "2147483647"},
-                 {source, 0x80000000LL, "2147483648"}};
+    } cases[] = {{nullptr, 4, nullptr}, {source, 0, nullptr}, {source, -1, nullptr},
+                 {source, 0x7FFFFFFF, "2147483647"}, {source, 0x80000000LL, "2147483648"}};
     for (const auto &c : cases) {
         gDebugging = true;
         test::StderrCapture output;
@@ -121,13 +101,17 @@ TEST_F(BlocksTest, BuildCopiesTheBytesOrRefuses) {
 // holds in a process of the test's own.
 bool Unbound(auto &binding) { return binding.Find() == nullptr; }
 
-class BlocksWithoutNewMemoryBlockTest : public BlocksTest {
+template <const char *kMissing>
+class BlocksWithoutTest : public BlocksTest {
     simhost::Options options() const override {
         simhost::Options o;
-        o.missingEntries = {"newMemoryBlock"};
+        o.missingEntries = {kMissing};
         return o;
     }
 };
+constexpr char kNewMemoryBlock[] = "newMemoryBlock", kGetPtr[] = "memoryBlockGetPtr";
+using BlocksWithoutNewMemoryBlockTest = BlocksWithoutTest<kNewMemoryBlock>;
+using BlocksWithoutPointersTest = BlocksWithoutTest<kGetPtr>;
 
 TEST_F(BlocksWithoutNewMemoryBlockTest, NoBlockFromTheHost) {
     if (!Unbound(host::newMemoryBlock)) GTEST_SKIP() << "newMemoryBlock bound earlier in this process";
@@ -139,14 +123,6 @@ TEST_F(BlocksWithoutNewMemoryBlockTest, NoBlockFromTheHost) {
     EXPECT_EQ(OneException(),
               "OutOfMemoryException: Failed to allocate a memoryblock with 4 bytes in size.");
 }
-
-class BlocksWithoutPointersTest : public BlocksTest {
-    simhost::Options options() const override {
-        simhost::Options o;
-        o.missingEntries = {"memoryBlockGetPtr"};
-        return o;
-    }
-};
 
 TEST_F(BlocksWithoutPointersTest, ABlockWithoutMemoryIsGivenBackBeforeTheRaise) {
     if (!Unbound(host::memoryBlockGetPtr)) GTEST_SKIP() << "memoryBlockGetPtr bound earlier";
@@ -174,9 +150,7 @@ void *ThrowingGetPtr(REALobject block) {
 }
 
 void *ResolveThrowing(const char *name) {
-    if (std::strcmp(name, "newMemoryBlock") == 0) {
-        return reinterpret_cast<void *>(&ThrowingNewMemoryBlock);
-    }
+    if (std::strcmp(name, "newMemoryBlock") == 0) return reinterpret_cast<void *>(&ThrowingNewMemoryBlock);
     if (std::strcmp(name, "memoryBlockGetPtr") == 0) return reinterpret_cast<void *>(&ThrowingGetPtr);
     return simhost::Resolve(name);
 }
@@ -192,10 +166,8 @@ protected:
         BlocksTest::TearDown();
     }
     static bool BoundToThrowingHost() {
-        return reinterpret_cast<void *>(host::newMemoryBlock.Find()) ==
-                   reinterpret_cast<void *>(&ThrowingNewMemoryBlock) &&
-               reinterpret_cast<void *>(host::memoryBlockGetPtr.Find()) ==
-                   reinterpret_cast<void *>(&ThrowingGetPtr);
+        return reinterpret_cast<void *>(host::newMemoryBlock.Find()) == reinterpret_cast<void *>(&ThrowingNewMemoryBlock) &&
+               reinterpret_cast<void *>(host::memoryBlockGetPtr.Find()) == reinterpret_cast<void *>(&ThrowingGetPtr);
     }
 };
 
@@ -210,11 +182,9 @@ TEST_F(BlocksThrowingTest, BadAllocBecomesTheSameExceptionAndALogLine) {
         // A block made before the throw is given back too.
         EXPECT_EQ(Balanced([&] { return REALBuildMemoryblock(source, 8); }), nullptr) << entry;
         EXPECT_EQ(output.Take(),
-                  "QVT Debug: Got C++ exception in REALBuildMemoryblock:  std::bad_alloc\n")
-            << entry;
+                  "QVT Debug: Got C++ exception in REALBuildMemoryblock:  std::bad_alloc\n") << entry;
         EXPECT_EQ(OneException(),
-                  "OutOfMemoryException: Failed to allocate a memoryblock with 8 bytes in size.")
-            << entry;
+                  "OutOfMemoryException: Failed to allocate a memoryblock with 8 bytes in size.") << entry;
         EXPECT_EQ(simhost::LiveObjects(), before) << entry;
     }
 }

@@ -35,10 +35,7 @@ Bytes Moved(Bytes bytes, std::size_t src, std::size_t count, std::size_t dest) {
 using Within = std::function<void(REALobject, intptr_t, intptr_t, intptr_t)>;
 
 // Both forms that can copy a block onto itself.
-const struct {
-    const char *form;
-    Within copy;
-} kWithinForms[] = {
+const struct { const char *form; Within copy; } kWithinForms[] = {
     {"within", [](REALobject b, intptr_t s, intptr_t n, intptr_t d) { CopyBytesQVT(b, s, n, d); }},
     {"to itself",
      [](REALobject b, intptr_t s, intptr_t n, intptr_t d) { CopyBytesQVT(b, s, n, b, d); }},
@@ -48,16 +45,13 @@ const struct {
 TEST_F(QuietCopyTest, EveryOverlapGivesTheBytesTheSourceHeld) {
     const Bytes before = Counting(40, 50);
     for (const auto &f : kWithinForms) {
-        for (intptr_t src = 0; src < 10; ++src) {
-            for (intptr_t dest = 0; dest < 10; ++dest) {
+        for (std::size_t src = 0; src < 10; ++src) {
+            for (std::size_t dest = 0; dest < 10; ++dest) {
                 for (intptr_t count = -1; count <= 30; ++count) {
-                    const Bytes expected =
-                        count < 1 ? before
-                                  : Moved(before, static_cast<std::size_t>(src),
-                                          static_cast<std::size_t>(count), static_cast<std::size_t>(dest));
                     REALobject block = simhost::NewBlock(before);
-                    f.copy(block, src, count, dest);
-                    ASSERT_EQ(Contents(block), expected) << f.form << " " << src << ", " << count << ", " << dest;
+                    f.copy(block, static_cast<intptr_t>(src), count, static_cast<intptr_t>(dest));
+                    ASSERT_EQ(Contents(block), count < 1 ? before : Moved(before, src, static_cast<std::size_t>(count), dest))
+                        << f.form << " " << src << ", " << count << ", " << dest;
                     simhost::Release(block);
                 }
             }
@@ -72,21 +66,16 @@ TEST_F(CopyTest, CopiesBetweenBlocksTouchOnlyTheDestinationRange) {
     Balanced([&] { CopyBytesQVT(source, 2, 3, dest, 4); });
     EXPECT_EQ(Contents(dest), (Bytes{0xEE, 0xEE, 0xEE, 0xEE, 3, 4, 5, 0xEE}));
     EXPECT_EQ(Contents(source), Counting(8));
-    simhost::Release(source);
-    simhost::Release(dest);
+    for (REALobject block : {source, dest}) simhost::Release(block);
 }
 
 TEST_F(CopyTest, NilOrMemorylessBlocksOnEitherSideCopyNothing) {
     REALobject block = simhost::NewBlock(Counting(4));
     REALobject memoryless = simhost::NewMemorylessBlock();
     const REALobject nil = nullptr;
-    const struct {
-        REALobject source, dest;
-    } pairs[] = {{block, nil}, {nil, block}, {nil, nil}, {block, memoryless}, {memoryless, block}};
-    for (const auto &p : pairs) {
-        Balanced([&] { CopyBytesQVT(p.source, 0, 2, p.dest, 1); });
-        EXPECT_EQ(Contents(block), Counting(4));
-    }
+    const struct { REALobject source, dest; } pairs[] = {{block, nil}, {nil, block}, {nil, nil}, {block, memoryless}, {memoryless, block}};
+    for (const auto &p : pairs) Balanced([&] { CopyBytesQVT(p.source, 0, 2, p.dest, 1); });
+    EXPECT_EQ(Contents(block), Counting(4));
     uint8_t outside[4] = {9, 9, 9, 9};
     for (REALobject receiver : {nil, memoryless}) {
         Balanced([&] { CopyBytesQVT(receiver, 0, 2, 1); });
@@ -95,8 +84,7 @@ TEST_F(CopyTest, NilOrMemorylessBlocksOnEitherSideCopyNothing) {
     }
     EXPECT_EQ(Bytes(outside, outside + 4), Bytes(4, 9));
     EXPECT_TRUE(simhost::TakeExceptions().empty());
-    simhost::Release(block);
-    simhost::Release(memoryless);
+    for (REALobject b : {block, memoryless}) simhost::Release(b);
 }
 
 TEST_F(CopyTest, RawMemoryRoundTripAndOverlapWithTheBlockItself) {

@@ -74,9 +74,9 @@ TEST_F(EndianTest, EveryNameSwapsExactlyWhenItsOrdersDifferOnThisMachine) {
             if (row.name.find(p.pair) != std::string::npos) swaps = kLittleHere ? p.onLittle : p.onBig;
         }
         ASSERT_NE(swaps, -1) << row.name;
-        const uint64_t n = width == 4 ? 0x12345678 : 0x1234;
-        EXPECT_EQ(row.value(n), !swaps ? n : width == 4 ? 0x78563412 : 0x3412) << row.name;
-
+        // Sign bits on both sides catch an arithmetic shift in the signed forms.
+        const uint64_t n = width == 4 ? 0x81828384 : 0x8182;
+        EXPECT_EQ(row.value(n), !swaps ? n : width == 4 ? 0x84838281 : 0x8281) << row.name;
         REALobject block = simhost::NewBlock(Counting(14));
         simhost::ClearCalls();
         Balanced([&] { row.inPlace(block, 1, 3); });
@@ -89,29 +89,16 @@ TEST_F(EndianTest, EveryNameSwapsExactlyWhenItsOrdersDifferOnThisMachine) {
     EXPECT_TRUE(simhost::TakeExceptions().empty());
 }
 
-TEST_F(EndianTest, ValuesSwapTheirBitPatternWhateverTheSign) {
-    if (!kLittleHere) GTEST_SKIP() << "the figures are those of a little-endian machine";
-    EXPECT_EQ(EndianS16_BtoNQVT(int16_t{384}), -32767);
-    EXPECT_EQ(EndianS32_LtoBQVT(int32_t{128}), INT32_MIN);
-    EXPECT_EQ(EndianS32_BtoNQVT(int32_t{-2}), static_cast<int32_t>(0xFEFFFFFF));
-}
-
 // The pairs as a big-endian machine resolves them, from the same templates.
 TEST_F(EndianTest, ABigEndianMachineGetsThePairsFromTheSameRule) {
     constexpr auto big = std::endian::big;
     constexpr auto little = std::endian::little;
     using enum ByteOrder;
     using Value = uint32_t (*)(uint32_t);
-    const struct {
-        Value onBig, onLittle;
-        InPlace inPlaceOnBig;
-    } pairs[] = {
-        {ConvertValue<uint32_t, B, N, big>, ConvertValue<uint32_t, B, N, little>, ConvertInPlace<uint16_t, B, N, big>},
-        {ConvertValue<uint32_t, B, L, big>, ConvertValue<uint32_t, B, L, little>, ConvertInPlace<uint16_t, B, L, big>},
-        {ConvertValue<uint32_t, N, B, big>, ConvertValue<uint32_t, N, B, little>, ConvertInPlace<uint16_t, N, B, big>},
-        {ConvertValue<uint32_t, N, L, big>, ConvertValue<uint32_t, N, L, little>, ConvertInPlace<uint16_t, N, L, big>},
-        {ConvertValue<uint32_t, L, N, big>, ConvertValue<uint32_t, L, N, little>, ConvertInPlace<uint16_t, L, N, big>},
-        {ConvertValue<uint32_t, L, B, big>, ConvertValue<uint32_t, L, B, little>, ConvertInPlace<uint16_t, L, B, big>},
+    const struct { Value onBig, onLittle; InPlace inPlaceOnBig; } pairs[] = {
+#define QVT_PAIR(from, to) {ConvertValue<uint32_t, from, to, big>, ConvertValue<uint32_t, from, to, little>, ConvertInPlace<uint16_t, from, to, big>},
+        QVT_PAIR(B, N) QVT_PAIR(B, L) QVT_PAIR(N, B) QVT_PAIR(N, L) QVT_PAIR(L, N) QVT_PAIR(L, B)
+#undef QVT_PAIR
     };
     for (std::size_t i = 0; i < std::size(pairs); ++i) {
         const auto &p = pairs[i];
@@ -128,22 +115,12 @@ TEST_F(EndianTest, ABigEndianMachineGetsThePairsFromTheSameRule) {
 }
 
 TEST_F(EndianTest, BlockFormsOnSixCountingBytes) {
-    const struct {
-        const char *name;
-        InPlace call;
-        intptr_t offset, count;
-        Bytes after;
-    } cases[] = {
-        {"EndianU16_BtoNQVT", EndianU16_BtoNQVT, 1, 2, {1, 3, 2, 5, 4, 6}},
-        {"EndianSwap32QVT", EndianSwap32QVT, 0, 0, {1, 2, 3, 4, 5, 6}},
-        {"EndianSwap32QVT", EndianSwap32QVT, 0, 1, {4, 3, 2, 1, 5, 6}},
-        {"SwapBytesQVT", SwapBytesQVT, 2, 100, {1, 2, 6, 5, 4, 3}},
+    const struct { const char *name; InPlace call; intptr_t offset, count; Bytes after; } cases[] = {
+        // Clipping at and past the end; the word loops are proven below.
         {"SwapBytesQVT", SwapBytesQVT, 6, 1, {1, 2, 3, 4, 5, 6}},
         {"SwapBytesQVT", SwapBytesQVT, -1, 2, {1, 2, 3, 4, 5, 6}},
-        {"SwapBytes16QVT", SwapBytes16QVT, 0, 5, {2, 1, 4, 3, 5, 6}},
         {"SwapBytes16QVT", SwapBytes16QVT, 4, 100, {1, 2, 3, 4, 6, 5}},
         {"SwapBytes32QVT", SwapBytes32QVT, 3, 100, {1, 2, 3, 4, 5, 6}},
-        {"SwapBytes32QVT", SwapBytes32QVT, 2, 4, {1, 2, 6, 5, 4, 3}},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(After(Counting(6), [&](REALobject b) { c.call(b, c.offset, c.count); }), c.after)
@@ -160,25 +137,18 @@ TEST_F(EndianTest, RangeFormsDoNotClipBlocksOfUnknownSizeAndIgnoreNil) {
     EXPECT_EQ(memory, (Bytes{1, 3, 2, 5, 4, 6, 7, 8, 12, 11, 10, 9}));
     REALobject memoryless = simhost::NewMemorylessBlock();
     for (REALobject block : {static_cast<REALobject>(nullptr), memoryless}) {
-        for (InPlace call : {SwapBytesQVT, SwapBytes32QVT, EndianSwap16QVT}) {
-            Balanced([&] { call(block, 0, 4); });
-        }
+        for (InPlace call : {SwapBytesQVT, SwapBytes32QVT, EndianSwap16QVT}) Balanced([&] { call(block, 0, 4); });
     }
     EXPECT_TRUE(simhost::TakeExceptions().empty());
-    simhost::Release(foreign);
-    simhost::Release(memoryless);
+    for (REALobject b : {foreign, memoryless}) simhost::Release(b);
 }
 
 // Word paths against the plain loops, over offsets that break every
 // alignment and lengths on both sides of each whole word; the range forms
 // clip to the block, the in-place forms count groups.
 TEST_F(QuietEndianTest, EveryFormMatchesThePlainLoop) {
-    const struct {
-        const char *name;
-        InPlace call;
-        std::size_t width;  // 0: the whole range reversed
-        bool range;
-    } forms[] = {
+    // width 0: the whole range reversed.
+    const struct { const char *name; InPlace call; std::size_t width; bool range; } forms[] = {
         {"EndianS16_BtoLQVT", EndianS16_BtoLQVT, 2, false},
         {"EndianSwap32QVT", EndianSwap32QVT, 4, false},
         {"SwapBytesQVT", SwapBytesQVT, 0, true},
@@ -192,19 +162,12 @@ TEST_F(QuietEndianTest, EveryFormMatchesThePlainLoop) {
             for (std::size_t n = 0; n < 60; ++n) {
                 const std::size_t length = f.range ? std::min(n, size - offset) : n * f.width;
                 if (offset + length > size) break;
-                Bytes expected = before;
-                if (f.width == 0) {
-                    std::reverse(expected.begin() + static_cast<std::ptrdiff_t>(offset),
-                                 expected.begin() + static_cast<std::ptrdiff_t>(offset + length));
-                } else {
-                    expected = GroupsReversed(before, offset, length / f.width, f.width);
-                }
-                ASSERT_EQ(After(before,
-                                [&](REALobject b) {
-                                    f.call(b, static_cast<intptr_t>(offset), static_cast<intptr_t>(n));
-                                }),
-                          expected)
-                    << f.name << " offset " << offset << " n " << n;
+                const Bytes expected = f.width ? GroupsReversed(before, offset, length / f.width, f.width)
+                                               : GroupsReversed(before, offset, 1, length);
+                const auto call = [&](REALobject b) {
+                    f.call(b, static_cast<intptr_t>(offset), static_cast<intptr_t>(n));
+                };
+                ASSERT_EQ(After(before, call), expected) << f.name << " offset " << offset << " n " << n;
             }
         }
     }
@@ -213,15 +176,10 @@ TEST_F(QuietEndianTest, EveryFormMatchesThePlainLoop) {
 TEST_F(EndianTest, EachFormIsRegisteredUnderItsDeclaration) {
     REALPluginMain(&simhost::Resolve);
     using Block = void(REALobject, intptr_t, intptr_t);
-    const struct {
-        const char *declaration, *type;
-        REALproc function;
-    } rows[] = {
+    const struct { const char *declaration, *type; REALproc function; } rows[] = {
         {"EndianS16_BtoNQVT(n as Int16) as Int16", "", QVT_PROC(int16_t(int16_t), EndianS16_BtoNQVT)},
         {"EndianS16_BtoNQVT(offset as integer,count as integer)", "MemoryBlock",
          QVT_PROC(Block, EndianS16_BtoNQVT)},
-        {"SwapBytes32QVT(offset as Integer, numBytes as Integer)", "MemoryBlock",
-         QVT_PROC(Block, SwapBytes32QVT)},
     };
     for (const auto &row : rows) {
         auto method = simhost::FindMethod(row.declaration, row.type);

@@ -32,11 +32,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 class ScalingTest : public test::KernelTest {};
 
 TEST_F(ScalingTest, BytesAreCutTowardZeroAndSaturate) {
-    const struct {
-        double factor;
-        intptr_t offset, length, over;
-        Bytes before, after;
-    } cases[] = {
+    const struct { double factor; intptr_t offset, length, over; Bytes before, after; } cases[] = {
         {0.0, 0, 0, -1, {0, 1, 127, 255}, {0, 0, 0, 0}},
         {-0.0, 0, 0, -1, {9, 255}, {0, 0}},
         {0.5, 0, 0, -1, {255, 1, 3}, {127, 0, 1}},
@@ -49,31 +45,22 @@ TEST_F(ScalingTest, BytesAreCutTowardZeroAndSaturate) {
         {2.0, 3, 0, -1, {1, 1, 1, 1, 1, 1}, {1, 1, 1, 2, 2, 2}},
         {2.0, 3, 2, -1, {1, 1, 1, 1, 1, 1}, {1, 1, 1, 2, 2, 1}},
         {2.0, 3, -1, -1, {1, 1, 1, 1, 1, 1}, {1, 1, 1, 2, 2, 2}},
-        {2.0, 6, 0, -1, {1, 1, 1, 1, 1, 1}, {1, 1, 1, 1, 1, 1}},
-    };
+        {2.0, 6, 0, -1, {1, 1, 1, 1, 1, 1}, {1, 1, 1, 1, 1, 1}}};
     for (const auto &c : cases) {
-        auto multiply = [&](REALobject b) {
-            MultiplyUInt8QVT(b, c.factor, c.offset, c.length, c.over);
-        };
-        EXPECT_EQ(After(c.before, multiply), c.after)
+        EXPECT_EQ(After(c.before, [&](REALobject b) { MultiplyUInt8QVT(b, c.factor, c.offset, c.length, c.over); }), c.after)
             << c.factor << " " << c.offset << " " << c.over;
     }
     EXPECT_TRUE(simhost::TakeExceptions().empty());
 }
 
 TEST_F(ScalingTest, SamplesAreCutTowardZeroAndSaturateAtAnyOffset) {
-    const struct {
-        double factor;
-        intptr_t over;
-        Samples before, after;
-    } cases[] = {
+    const struct { double factor; intptr_t over; Samples before, after; } cases[] = {
         {0.5, -1, {65535, 1, 3}, {32767, 0, 1}},
         {0.999, -1, {65535, 1000}, {65469, 999}},
         {1.5, -1, {40000, 50000}, {60000, 65535}},
         {2.0, 40000, {40000, 40001, 9}, {40000, 65535, 9}},
         {kNaN, 0, {0, 1, 65535}, {0, 0, 0}},
-        {3.0, -5, {100, 200}, {300, 600}},
-    };
+        {3.0, -5, {100, 200}, {300, 600}}};
     // The samples stand one byte in, and an odd last byte of the range stays.
     auto framed = [](const Samples &samples) {
         Bytes bytes = BytesOf(samples);
@@ -83,26 +70,18 @@ TEST_F(ScalingTest, SamplesAreCutTowardZeroAndSaturateAtAnyOffset) {
     };
     for (const auto &c : cases) {
         const auto length = static_cast<intptr_t>(2 * c.before.size() + 1);
-        EXPECT_EQ(After(framed(c.before),
-                        [&](REALobject b) { MultiplyUInt16QVT(b, c.factor, 1, length, c.over); }),
-                  framed(c.after))
-            << c.factor << " " << c.over;
+        EXPECT_EQ(After(framed(c.before), [&](REALobject b) { MultiplyUInt16QVT(b, c.factor, 1, length, c.over); }),
+                  framed(c.after)) << c.factor << " " << c.over;
     }
     EXPECT_TRUE(simhost::TakeExceptions().empty());
 }
 
 TEST_F(ScalingTest, RefusalsComeInOrderAndChangeNothing) {
     using Method = void (*)(REALobject, double, intptr_t, intptr_t, intptr_t);
-    const struct {
-        bool nil;
-        double factor;
-        intptr_t offset;
-        const char *raised;
-    } cases[] = {
-        {true, -1.0, -1, "NilObjectException: memoryblock is nil"},
-        {false, -1.0, -1, "UnsupportedOperationException: offset < 0"},
-        {false, -1e-300, 0, "UnsupportedOperationException: Percentage < 0.0"},
-    };
+    const struct { bool nil; double factor; intptr_t offset; const char *raised; } cases[] = {
+                 {true, -1.0, -1, "NilObjectException: memoryblock is nil"},
+                 {false, -1.0, -1, "UnsupportedOperationException: offset < 0"},
+                 {false, -1e-300, 0, "UnsupportedOperationException: Percentage < 0.0"}};
     for (Method method : {&MultiplyUInt8QVT, &MultiplyUInt16QVT}) {
         for (const auto &c : cases) {
             REALobject block = simhost::NewBlock(Bytes{1, 2, 3, 4});
@@ -114,9 +93,7 @@ TEST_F(ScalingTest, RefusalsComeInOrderAndChangeNothing) {
             simhost::Release(block);
         }
     }
-}
-
-TEST_F(ScalingTest, BlocksOfUnknownSizeNeedALength) {
+    // Blocks of unknown size need a length.
     uint8_t memory[4] = {1, 2, 3, 4};
     REALobject foreign = simhost::NewForeignBlock(memory);
     REALobject memoryless = simhost::NewMemorylessBlock();
@@ -133,23 +110,11 @@ TEST_F(ScalingTest, BlocksOfUnknownSizeNeedALength) {
 // The kernels of all four families reach the host under their declarations.
 TEST_F(ScalingTest, EveryKernelIsRegisteredUnderItsDeclaration) {
     REALPluginMain(&simhost::Resolve);
-    const struct {
-        const char *declaration;
-        REALproc function;
-    } rows[] = {
-        {"_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = "
-         "0, WithSum0 as boolean = true)",
-         QVT_PROC(void(REALobject, intptr_t, intptr_t, intptr_t, bool), Calc2teCMYK)},
-        {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as "
-         "Memoryblock)",
-         QVT_PROC(void(REALobject, intptr_t, intptr_t, REALobject), ConvertCartesianToPolar)},
-        {"MultiplyUInt16QVT(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = "
-         "0, MultiplyOnlyOver as Integer = -1)",
-         QVT_PROC(void(REALobject, double, intptr_t, intptr_t, intptr_t), MultiplyUInt16QVT)},
-        {"MaxQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = "
-         "false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
-         QVT_PROC(bool(REALobject, void *, void *, intptr_t, bool, intptr_t, intptr_t), MaxQVT)},
-    };
+    const struct { const char *declaration; REALproc function; } rows[] = {
+        {"_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)", QVT_PROC(void(REALobject, intptr_t, intptr_t, intptr_t, bool), Calc2teCMYK)},
+        {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)", QVT_PROC(void(REALobject, intptr_t, intptr_t, REALobject), ConvertCartesianToPolar)},
+        {"MultiplyUInt16QVT(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0, MultiplyOnlyOver as Integer = -1)", QVT_PROC(void(REALobject, double, intptr_t, intptr_t, intptr_t), MultiplyUInt16QVT)},
+        {"MaxQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean", QVT_PROC(bool(REALobject, void *, void *, intptr_t, bool, intptr_t, intptr_t), MaxQVT)}};
     for (const auto &row : rows) {
         auto method = simhost::FindMethod(row.declaration, "MemoryBlock");
         ASSERT_TRUE(method.has_value()) << row.declaration;

