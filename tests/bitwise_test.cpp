@@ -244,20 +244,14 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
 
 // The two AndBitsQVT overloads must not be swapped.
 TEST_F(BitwiseTest, TheKernelsAreRegisteredUnderTheirDeclarations) {
-    REALPluginMain(&simhost::Resolve);
-    const struct { const char *declaration; REALproc function; } rows[] = {
+    test::ExpectRegistered({
         {"AndBitsQVT(Second as memoryblock, Dest as memoryblock=nil) as memoryblock",
          QVT_PROC(REALobject(REALobject, REALobject, REALobject), AndBitsQVT)},
         {"AndBitsQVT(Second as memoryblock, Mask as integer, Dest as memoryblock=nil) as memoryblock",
          QVT_PROC(REALobject(REALobject, REALobject, intptr_t, REALobject), AndBitsQVT)},
         {"BitwiseXOrQVT(Second as MemoryBlock, Dest as MemoryBlock = nil) as MemoryBlock",
          QVT_PROC(REALobject(REALobject, REALobject, REALobject), BitwiseXOrQVT)},
-    };
-    for (const auto &row : rows) {
-        auto method = simhost::FindMethod(row.declaration, "MemoryBlock");
-        ASSERT_TRUE(method.has_value()) << row.declaration;
-        EXPECT_EQ(method->function, row.function) << row.declaration;
-    }
+    });
 }
 
 }  // namespace

@@ -13,15 +13,10 @@ namespace qvt {
 namespace {
 
 using test::Bytes;
+using test::Counting;
 
 class CopyTest : public test::KernelTest {};
 class QuietCopyTest : public test::QuietKernelTest {};
-
-Bytes Counting(std::size_t count, uint8_t first = 1) {
-    Bytes bytes(count);
-    std::iota(bytes.begin(), bytes.end(), first);
-    return bytes;
-}
 
 // What memmove promises: the destination gets the source's bytes as they
 // were before the call.

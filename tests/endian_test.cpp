@@ -16,15 +16,10 @@ namespace qvt {
 namespace {
 
 using test::Bytes;
+using test::Counting;
 
 class EndianTest : public test::KernelTest {};
 class QuietEndianTest : public test::QuietKernelTest {};
-
-Bytes Counting(std::size_t count, uint8_t first = 1) {
-    Bytes bytes(count);
-    std::iota(bytes.begin(), bytes.end(), first);
-    return bytes;
-}
 
 // Each value form widened, so that one column of the table holds them all.
 template <typename T, T (*Convert)(T)>

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <numeric>
 #include <random>
+#include <string_view>
 #include <vector>
 
 #include "host_fixture.h"
@@ -11,6 +14,30 @@
 namespace qvt::test {
 
 using Bytes = std::vector<uint8_t>;
+
+// count bytes rising from `first`.
+inline Bytes Counting(std::size_t count, uint8_t first = 1) {
+    Bytes bytes(count);
+    std::iota(bytes.begin(), bytes.end(), first);
+    return bytes;
+}
+
+// A declaration and the function the host must find under it.
+struct RegisteredRow {
+    const char *declaration;
+    REALproc function;
+};
+
+// Loads the plug-in and finds each row's function under its declaration.
+inline void ExpectRegistered(std::initializer_list<RegisteredRow> rows,
+                             std::string_view receiverClass = "MemoryBlock") {
+    REALPluginMain(&simhost::Resolve);
+    for (const auto &row : rows) {
+        auto method = simhost::FindMethod(row.declaration, receiverClass);
+        ASSERT_TRUE(method.has_value()) << row.declaration;
+        EXPECT_EQ(method->function, row.function) << row.declaration;
+    }
+}
 
 inline Bytes RandomBytes(std::size_t count, std::mt19937 &random) {
     Bytes bytes(count);

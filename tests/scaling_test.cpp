@@ -109,17 +109,11 @@ TEST_F(ScalingTest, RefusalsComeInOrderAndChangeNothing) {
 
 // The kernels of all four families reach the host under their declarations.
 TEST_F(ScalingTest, EveryKernelIsRegisteredUnderItsDeclaration) {
-    REALPluginMain(&simhost::Resolve);
-    const struct { const char *declaration; REALproc function; } rows[] = {
+    test::ExpectRegistered({
         {"_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)", QVT_PROC(void(REALobject, intptr_t, intptr_t, intptr_t, bool), Calc2teCMYK)},
         {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)", QVT_PROC(void(REALobject, intptr_t, intptr_t, REALobject), ConvertCartesianToPolar)},
         {"MultiplyUInt16QVT(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0, MultiplyOnlyOver as Integer = -1)", QVT_PROC(void(REALobject, double, intptr_t, intptr_t, intptr_t), MultiplyUInt16QVT)},
-        {"MaxQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean", QVT_PROC(bool(REALobject, void *, void *, intptr_t, bool, intptr_t, intptr_t), MaxQVT)}};
-    for (const auto &row : rows) {
-        auto method = simhost::FindMethod(row.declaration, "MemoryBlock");
-        ASSERT_TRUE(method.has_value()) << row.declaration;
-        EXPECT_EQ(method->function, row.function) << row.declaration;
-    }
+        {"MaxQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean", QVT_PROC(bool(REALobject, void *, void *, intptr_t, bool, intptr_t, intptr_t), MaxQVT)}});
 }
 
 }  // namespace
