@@ -31,10 +31,18 @@ namespace {
 constinit HostBinding<void *(const char *, const char *)> loadGlobalMethod{"REALLoadGlobalMethod"};
 constinit HostBinding<const char *(REALstring)> stringGetCString{"StringGetCString"};
 constinit std::atomic<void *> lenBSlot{nullptr};
+constinit HostBinding<REALobject(void (*)(void *), void *)> callWithHandler{
+    "PluginCallFunctionWithExceptionHandler"};
 
 }  // namespace
 
 void *REALLoadGlobalMethod(const char *declaration) { return loadGlobalMethod(nullptr, declaration); }
+
+REALobject PluginCallFunctionWithExceptionHandler(void (*function)(void *), void *argument) {
+    if (auto entry = callWithHandler.Find()) return entry(function, argument);
+    function(argument);
+    return nullptr;
+}
 
 const char *StringGetCString(REALstring string, RBInteger *length) {
     if (!string) return nullptr;

@@ -105,6 +105,13 @@ QVT_HOST_BINDING(RuntimeDirectReadObjectArray, REALobject(REALarray, RBInteger))
 QVT_HOST_BINDING(RuntimeDirectReadStringArray, REALstring(REALarray, RBInteger));
 QVT_HOST_BINDING(PluginGetTextData, void *(void *, const char *, RBInteger));
 QVT_HOST_BINDING(PluginDisposeTextData, void(void *));
+QVT_HOST_BINDING(RuntimeAddString, REALstring(REALstring, REALstring));
+QVT_HOST_BINDING(REALLoadObjectMethod, void *(REALobject, const char *));
+
+// Runs `function(argument)` under the host's exception handler and gives the
+// exception object raised meanwhile, or nil. Without the host's entry the
+// function is still run, unguarded.
+REALobject PluginCallFunctionWithExceptionHandler(void (*function)(void *), void *argument);
 
 // A global function of the host's language, found by its declaration.
 void *REALLoadGlobalMethod(const char *declaration);
