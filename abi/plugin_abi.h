@@ -182,6 +182,20 @@ struct REALcontrolDefinition {
     RBWord enumCount;
 };
 
+// Of the database records only the first words are read; the host knows
+// the rest, which follows these words.
+struct REALdbCursorDefinition {
+    RBWord version;
+    void *passed1;
+    REALproc closeCursor;
+};
+
+struct REALdbEngineDefinition {
+    RBWord version;
+    void *passed1;
+    REALproc closeDatabase;
+};
+
 // The host's string-data record: data, length in bytes, three host words.
 struct REALstringData {
     const void *data;
