@@ -56,6 +56,13 @@ void SetDefaultScope(const char *nilMessage, Record *list, RBWord count) {
 uintptr_t Word(const void *pointer) { return reinterpret_cast<uintptr_t>(pointer); }
 uintptr_t Word(REALproc function) { return reinterpret_cast<uintptr_t>(function); }
 
+// Words kept in place from the written record into its old form.
+template <typename Record>
+void CopyWords(uintptr_t *old, const Record *record, std::size_t first, std::size_t count) {
+    std::memcpy(old + first, reinterpret_cast<const unsigned char *>(record) + first * kWord,
+                count * kWord);
+}
+
 }  // namespace
 
 bool ListHasMembers(const void *list, RBWord count) {
@@ -170,6 +177,34 @@ uintptr_t *FixModule(const REALmoduleDefinition *d) {
     old[9] = d->structureCount;
     old[10] = Word(FixEnums(d->enums, d->enumCount));
     old[11] = d->enumCount;
+    return old;
+}
+
+uintptr_t *OldControlForm(const REALcontrolDefinition *d) {
+    auto *old = static_cast<uintptr_t *>(AllocateMemory(kOldControlWords * kWord));
+    if (old == nullptr) return nullptr;
+    old[0] = static_cast<uintptr_t>(gPluginSDKVersion);
+    CopyWords(old, d, 1, 7);  // name to defaultHeight
+    old[8] = Word(FixProperties(d->properties, d->propertyCount));
+    old[9] = d->propertyCount;
+    old[10] = Word(FixMethods(d->methods, d->methodCount));
+    old[11] = d->methodCount;
+    old[12] = Word(FixEvents(d->events, d->eventCount));
+    old[13] = d->eventCount;
+    CopyWords(old, d, 14, 4);  // to eventInstanceCount
+    // 18 to 20: the old form has no attributes.
+    old[21] = Word(FixConstants(d->constants, d->constantCount));
+    old[22] = d->constantCount;
+    return old;
+}
+
+uintptr_t *OldInterfaceForm(const REALinterfaceDefinition *d) {
+    auto *old = static_cast<uintptr_t *>(AllocateMemory(kOldInterfaceWords * kWord));
+    if (old == nullptr) return nullptr;
+    old[0] = static_cast<uintptr_t>(gPluginSDKVersion);
+    old[1] = Word(d->name);
+    old[2] = Word(FixMethods(d->methods, d->methodCount));
+    old[3] = d->methodCount;
     return old;
 }
 

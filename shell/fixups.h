@@ -13,6 +13,8 @@ namespace qvt {
 // Words of the old forms that are written over the start of a record.
 inline constexpr std::size_t kOldClassWords = 25;
 inline constexpr std::size_t kOldModuleWords = 12;
+inline constexpr std::size_t kOldControlWords = 23;
+inline constexpr std::size_t kOldInterfaceWords = 4;
 
 // Fix-ups and checks pass over a list with a nil pointer or a count below 1,
 // the count read as signed.
@@ -46,5 +48,10 @@ void RoundDataSize(RBWord &dataSize);
 // dataSize rounding, and for controls with menu events the five events the
 // host supplies itself cut off and three events renamed.
 void FixControl(REALcontrolDefinition *definition);
+
+// The old forms of a control and an interface, as FixClass for a class: a
+// temporary of kOldControlWords or kOldInterfaceWords words, or nil.
+uintptr_t *OldControlForm(const REALcontrolDefinition *definition);
+uintptr_t *OldInterfaceForm(const REALinterfaceDefinition *definition);
 
 }  // namespace qvt

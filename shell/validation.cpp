@@ -38,46 +38,6 @@ bool EqualsIgnoringCase(const char *a, const char *b) {
     return *a == *b;
 }
 
-// A list of a record as the byte offset of its pointer; the count is the
-// word behind it. The message takes the record's name and the count.
-struct ListRule {
-    std::size_t offset;
-    uint32_t limit;
-    const char *message;
-};
-
-template <typename Record>
-void CheckLists(const Record *definition, std::span<const ListRule> rules) {
-    auto bytes = reinterpret_cast<const unsigned char *>(definition);
-    for (const ListRule &rule : rules) {
-        void *list = nullptr;
-        RBWord count = 0;
-        std::memcpy(&list, bytes + rule.offset, kWord);
-        std::memcpy(&count, bytes + rule.offset + kWord, kWord);
-        if (!ListIsRight(list, count, rule.limit)) {
-            DebugLog(rule.message, definition->name, Shown(count));
-        }
-    }
-}
-
-// Hands a class or module to the host, in its written form from record
-// version 10 on, else with the old form written over its first words.
-template <typename Record, typename Entry>
-void ToHost(Record *definition, uintptr_t *(*oldForm)(const Record *), std::size_t oldWords,
-            const Entry &registerEntry) {
-    if (gPluginSDKVersion >= 10) {
-        definition->version = static_cast<RBWord>(gPluginSDKVersion);
-        registerEntry(definition);
-        return;
-    }
-    uintptr_t *old = oldForm(definition);
-    if (old == nullptr) return;
-    // The host keeps the table's address, so the old form goes over it.
-    std::memcpy(static_cast<void *>(definition), old, oldWords * kWord);
-    registerEntry(definition);
-    FreeMemory(old);
-}
-
 // Messages of a list of declared members; nilArray nil means that a nil
 // array passes silently, the front end's pair rule having reported it.
 struct DeclaredListTexts {
@@ -119,13 +79,13 @@ const char *MemberName(const REALpropertyDefinition &property) { return property
 bool IsConsoleUnsafe(RBWord flags) { return Count(flags) != 0 && Count(flags) != kFlagConsoleSafe; }
 
 template <typename Record>
-void ReportConsoleSafeMembers(const char *text, const char *owner, const Record *list, RBWord count,
-                              const char *spared = nullptr) {
+void ReportByTarget(const char *text, const char *owner, const Record *list, RBWord count,
+                    uint32_t target, bool reportEqual, const char *spared) {
     if (!ListHasMembers(list, count)) return;
     for (uint32_t i = 0; i < Count(count); ++i) {
         const char *member = MemberName(list[i]);
         if (spared != nullptr && member != nullptr && std::strcmp(member, spared) == 0) continue;
-        if ((list[i].flags & kFlagTargetMask) == kFlagConsoleSafe) {
+        if (((list[i].flags & kFlagTargetMask) == target) == reportEqual) {
             DebugLogStrings(text, owner, member);
         }
     }
@@ -139,6 +99,28 @@ constexpr const char kDebuggingName[] = "Debugging";
 bool ListIsRight(const void *list, RBWord count, uint32_t limit) {
     if (list == nullptr && Count(count) == 0) return true;
     return list != nullptr && Count(count) != 0 && Count(count) <= limit;
+}
+
+void CheckLists(const void *record, const char *name, std::span<const ListRule> rules) {
+    auto bytes = static_cast<const unsigned char *>(record);
+    for (const ListRule &rule : rules) {
+        void *list = nullptr;
+        RBWord count = 0;
+        std::memcpy(&list, bytes + rule.offset, kWord);
+        std::memcpy(&count, bytes + rule.offset + kWord, kWord);
+        if (!ListIsRight(list, count, rule.limit)) DebugLog(rule.message, name, Shown(count));
+    }
+}
+
+void ReportMembersByTarget(const char *text, const char *owner, const REALmethodDefinition *list,
+                           RBWord count, uint32_t target, bool reportEqual) {
+    ReportByTarget(text, owner, list, count, target, reportEqual, nullptr);
+}
+
+void ReportMembersByTarget(const char *text, const char *owner,
+                           const REALpropertyDefinition *list, RBWord count, uint32_t target,
+                           bool reportEqual, const char *spared) {
+    ReportByTarget(text, owner, list, count, target, reportEqual, spared);
 }
 
 void CheckAttributes(const char *prefix, const char *owner,
@@ -257,36 +239,40 @@ void CheckProperties(const char *owner, const REALpropertyDefinition *properties
 
 void CheckClassMembers(const REALclassDefinition *d) {
     if (IsConsoleUnsafe(d->flags)) {
-        ReportConsoleSafeMembers("Console-safe method in console-unsafe class: ", d->name,
-                                 d->methods, d->methodCount);
-        ReportConsoleSafeMembers("Console-safe shared method in console-unsafe class: ", d->name,
-                                 d->sharedMethods, d->sharedMethodCount);
-        ReportConsoleSafeMembers("Console-safe property in console-unsafe class: ", d->name,
-                                 d->properties, d->propertyCount);
-        ReportConsoleSafeMembers("Console-safe shared property in console-unsafe class: ", d->name,
-                                 d->sharedProperties, d->sharedPropertyCount, kDebuggingName);
+        ReportMembersByTarget("Console-safe method in console-unsafe class: ", d->name, d->methods,
+                              d->methodCount, kFlagConsoleSafe, true);
+        ReportMembersByTarget("Console-safe shared method in console-unsafe class: ", d->name,
+                              d->sharedMethods, d->sharedMethodCount, kFlagConsoleSafe, true);
+        ReportMembersByTarget("Console-safe property in console-unsafe class: ", d->name,
+                              d->properties, d->propertyCount, kFlagConsoleSafe, true);
+        ReportMembersByTarget("Console-safe shared property in console-unsafe class: ", d->name,
+                              d->sharedProperties, d->sharedPropertyCount, kFlagConsoleSafe, true,
+                              kDebuggingName);
     }
-    if (!ListHasMembers(d->properties, d->propertyCount)) return;
-    // A direct-access variable is taken as 4 bytes that must end inside the
-    // class's data as written, before rounding.
-    for (uint32_t i = 0; i < Count(d->propertyCount); ++i) {
-        const REALpropertyDefinition &p = d->properties[i];
+    CheckVariableOffsets(d->name, d->properties, d->propertyCount, d->dataSize);
+}
+
+void CheckVariableOffsets(const char *owner, const REALpropertyDefinition *properties,
+                          RBWord count, RBWord dataSize) {
+    if (!ListHasMembers(properties, count)) return;
+    for (uint32_t i = 0; i < Count(count); ++i) {
+        const REALpropertyDefinition &p = properties[i];
         if (!IsDirectAccess(p.getter) && !IsDirectAccess(p.setter)) continue;
         const int32_t offset = static_cast<int32_t>(p.offset);
         const int64_t end = int64_t{offset} + 4;
-        if (end >= 0 && end > int64_t{Count(d->dataSize)}) {
-            DebugLog("Error: Offset for variable too big: %s.%s %d %d", d->name, p.name, offset,
-                     Shown(d->dataSize));
+        if (end >= 0 && end > int64_t{Count(dataSize)}) {
+            DebugLog("Error: Offset for variable too big: %s.%s %d %d", owner, p.name, offset,
+                     Shown(dataSize));
         }
     }
 }
 
 void CheckModuleMembers(const REALmoduleDefinition *d) {
     if (!IsConsoleUnsafe(d->flags)) return;
-    ReportConsoleSafeMembers("Console-safe method in console-unsafe module: ", d->name, d->methods,
-                             d->methodCount);
-    ReportConsoleSafeMembers("Console-safe property in console-unsafe module: ", d->name,
-                             d->properties, d->propertyCount);
+    ReportMembersByTarget("Console-safe method in console-unsafe module: ", d->name, d->methods,
+                          d->methodCount, kFlagConsoleSafe, true);
+    ReportMembersByTarget("Console-safe property in console-unsafe module: ", d->name,
+                          d->properties, d->propertyCount, kFlagConsoleSafe, true);
 }
 
 void RegisterClass(REALclassDefinition *d) {
@@ -328,7 +314,7 @@ void RegisterClass(REALclassDefinition *d) {
         DebugLog("Error: The class %s has the wrong forSystemUse value: %d", d->name,
                  Shown(d->forSystemUse));
     }
-    CheckLists(d, std::span(kLists));
+    CheckLists(d, d->name, kLists);
     // A subclass of one of the plug-in's own classes inherits its data.
     if (d->superName != nullptr && Count(d->dataSize) > 0 &&
         std::strstr(d->superName, "QVT") != nullptr) {
@@ -412,7 +398,7 @@ void RegisterClassExtension(REALclassDefinition *d) {
         DebugLog("Error: The class extension %s has the wrong forSystemUse value: %d", d->name,
                  Shown(d->forSystemUse));
     }
-    CheckLists(d, std::span(kLists));
+    CheckLists(d, d->name, kLists);
 
     CheckMethods(d->name, d->methods, d->methodCount);
     CheckProperties(d->name, d->properties, d->propertyCount);
@@ -470,7 +456,7 @@ void RegisterModule(REALmoduleDefinition *d) {
                  d->name, Shown(d->version), kCurrentREALControlVersion);
     }
     if (d->name == nullptr) DebugLog("Error: A module without name.");
-    CheckLists(d, std::span(kLists));
+    CheckLists(d, d->name, kLists);
 
     CheckMethods(d->name, d->methods, d->methodCount);
     CheckProperties(d->name, d->properties, d->propertyCount);
