@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "abi/plugin_abi.h"
+#include "hostvalues/text.h"
 #include "shell/binding.h"
 
 namespace qvt {
@@ -56,24 +57,31 @@ namespace qvt::host {
 
 namespace arrayproc {
 
-// The procedures pass every element as a word.
+// How an element travels through the host's procedures: as a word, unless it
+// is wider than a word (64-bit kinds in a 32-bit build) or floating, which go
+// as their own C type in the word's place.
 template <typename Element>
-Element FromWord(intptr_t word) {
+using Wire = std::conditional_t<std::is_floating_point_v<Element> ||
+                                    (sizeof(Element) > sizeof(intptr_t)),
+                                Element, intptr_t>;
+
+template <typename Element>
+Element FromWire(Wire<Element> value) {
     if constexpr (std::is_pointer_v<Element>) {
-        return reinterpret_cast<Element>(word);
+        return reinterpret_cast<Element>(value);
     } else if constexpr (std::is_same_v<Element, bool>) {
-        return word != 0;
+        return value != 0;
     } else {
-        return static_cast<Element>(word);
+        return static_cast<Element>(value);
     }
 }
 
 template <typename Element>
-intptr_t ToWord(Element value) {
+Wire<Element> ToWire(Element value) {
     if constexpr (std::is_pointer_v<Element>) {
         return reinterpret_cast<intptr_t>(value);
     } else {
-        return static_cast<intptr_t>(value);
+        return static_cast<Wire<Element>>(value);
     }
 }
 
@@ -85,14 +93,14 @@ intptr_t ToWord(Element value) {
 template <typename Element>
 class ArrayGetProc {
 public:
-    constexpr explicit ArrayGetProc(const char *name)
-        : selector_(name, "RuntimeArrayDirectGetGetProc") {}
+    constexpr ArrayGetProc(const char *name, const char *secondName)
+        : selector_(name, secondName) {}
 
     void operator()(REALarray array, RBInteger index, Element *place) const {
         void *procedure = selector_(array);
         if (!procedure || !place) return;
-        auto get = reinterpret_cast<intptr_t (*)(REALarray, RBInteger)>(procedure);
-        *place = arrayproc::FromWord<Element>(get(array, index));
+        auto get = reinterpret_cast<arrayproc::Wire<Element> (*)(REALarray, RBInteger)>(procedure);
+        *place = arrayproc::FromWire<Element>(get(array, index));
     }
 
 private:
@@ -102,15 +110,16 @@ private:
 template <typename Element>
 class ArraySetProc {
 public:
-    constexpr explicit ArraySetProc(const char *name)
-        : selector_(name, "RuntimeArrayDirectGetSetProc") {}
+    constexpr ArraySetProc(const char *name, const char *secondName)
+        : selector_(name, secondName) {}
 
     void operator()(REALarray array, RBInteger index, Element value) const {
         void *procedure = selector_(array);
         if (!procedure) return;
         // The host's procedure takes the value before the index.
-        auto set = reinterpret_cast<void (*)(REALarray, intptr_t, RBInteger)>(procedure);
-        set(array, arrayproc::ToWord(value), index);
+        auto set = reinterpret_cast<void (*)(REALarray, arrayproc::Wire<Element>, RBInteger)>(
+            procedure);
+        set(array, arrayproc::ToWire(value), index);
     }
 
 private:
@@ -120,14 +129,15 @@ private:
 template <typename Element>
 class ArrayInsertProc {
 public:
-    constexpr explicit ArrayInsertProc(const char *name)
-        : selector_(name, "RuntimeArrayDirectGetInsertProc") {}
+    constexpr ArrayInsertProc(const char *name, const char *secondName)
+        : selector_(name, secondName) {}
 
     void operator()(REALarray array, RBInteger index, Element value) const {
         void *procedure = selector_(array);
         if (!procedure) return;
-        auto insert = reinterpret_cast<void (*)(REALarray, RBInteger, intptr_t)>(procedure);
-        insert(array, index, arrayproc::ToWord(value));
+        auto insert = reinterpret_cast<void (*)(REALarray, RBInteger, arrayproc::Wire<Element>)>(
+            procedure);
+        insert(array, index, arrayproc::ToWire(value));
     }
 
 private:
@@ -136,17 +146,39 @@ private:
 
 #define QVT_ARRAY_PROCS(kind, element)                                                        \
     inline constinit ArrayGetProc<element> Plugin##kind##ArrayGetProc{                       \
-        "Plugin" #kind "ArrayGetProc"};                                                       \
+        "Plugin" #kind "ArrayGetProc", "RuntimeArrayDirectGetGetProc"};                      \
     inline constinit ArraySetProc<element> Plugin##kind##ArraySetProc{                       \
-        "Plugin" #kind "ArraySetProc"};                                                       \
+        "Plugin" #kind "ArraySetProc", "RuntimeArrayDirectGetSetProc"};                      \
     inline constinit ArrayInsertProc<element> Plugin##kind##ArrayInsertProc{                 \
-        "Plugin" #kind "ArrayInsertProc"}
+        "Plugin" #kind "ArrayInsertProc", "RuntimeArrayDirectGetInsertProc"}
 
+QVT_ARRAY_PROCS(Boolean, bool);
+QVT_ARRAY_PROCS(Color, uint32_t);
+QVT_ARRAY_PROCS(Currency, int64_t);  // fixed point, as the host keeps it
+QVT_ARRAY_PROCS(Double, double);
+QVT_ARRAY_PROCS(Int8, int8_t);
+QVT_ARRAY_PROCS(Int16, int16_t);
+QVT_ARRAY_PROCS(Int32, int32_t);
+QVT_ARRAY_PROCS(Int64, int64_t);
 QVT_ARRAY_PROCS(Integer, ::qvt::ArrayInteger);
 QVT_ARRAY_PROCS(Object, REALobject);
+QVT_ARRAY_PROCS(Single, float);
 QVT_ARRAY_PROCS(String, REALstring);
+QVT_ARRAY_PROCS(Text, REALtext);
 QVT_ARRAY_PROCS(UInt8, uint8_t);
+QVT_ARRAY_PROCS(UInt16, uint16_t);
+QVT_ARRAY_PROCS(UInt32, uint32_t);
+QVT_ARRAY_PROCS(UInt64, uint64_t);
+QVT_ARRAY_PROCS(UInteger, uint32_t);
 
 #undef QVT_ARRAY_PROCS
+
+// One more element kind has no selectors of its own: it borrows Object's get
+// and set and Integer's insert, without second names, in slots of its own.
+// Its elements are words.
+inline constinit ArrayGetProc<void *> OtherArrayGetProc{"PluginObjectArrayGetProc", nullptr};
+inline constinit ArraySetProc<void *> OtherArraySetProc{"PluginObjectArraySetProc", nullptr};
+inline constinit ArrayInsertProc<void *> OtherArrayInsertProc{"PluginIntegerArrayInsertProc",
+                                                               nullptr};
 
 }  // namespace qvt::host

@@ -14,18 +14,62 @@ void RaiseException(const char *className, const char *message, uint32_t encodin
     RaiseExceptionNumber(className, message, encoding, 0);
 }
 
+namespace {
+
+void UnlockIfSet(REALstring string) {
+    if (string) host::REALUnlockString(string);
+}
+
+}  // namespace
+
 void RaiseExceptionNumber(const char *className, const char *message, uint32_t,
                           RBInteger errorNumber) {
     REALstring text = CString2RB(message, hostabi::kEncodingUTF8);
+    RaiseExceptionStringNumber(className, text, errorNumber);
+    UnlockIfSet(text);
+}
+
+void RaiseExceptionString(const char *className, REALstring message) {
+    RaiseExceptionStringNumber(className, message, 0);
+}
+
+void RaiseExceptionStringNumber(const char *className, REALstring message, RBInteger errorNumber) {
     REALobject exception = host::PluginNewInstance(className);
     if (!exception) exception = host::PluginNewInstance("RuntimeException");
-    if (exception) {
-        host::REALSetPropValueString(exception, "Message", text);
-        host::REALSetPropValueInteger(exception, "ErrorNumber", errorNumber);
-        host::RuntimeRaiseException(exception);
-        host::REALUnlockObject(exception);
-    }
-    if (text) host::REALUnlockString(text);
+    if (!exception) return;
+    host::REALSetPropValueString(exception, "Message", message);
+    host::REALSetPropValueInteger(exception, "ErrorNumber", errorNumber);
+    host::RuntimeRaiseException(exception);
+    host::REALUnlockObject(exception);
+}
+
+void RaiseExceptionStrings(const char *className, REALstring first, REALstring second,
+                           REALstring third) {
+    REALstring firstTwo = host::RuntimeAddString(first, second);
+    REALstring whole = host::RuntimeAddString(firstTwo, third);
+    RaiseExceptionStringNumber(className, whole, 0);
+    UnlockIfSet(whole);
+    UnlockIfSet(firstTwo);
+}
+
+void RaiseExceptionTexts(const char *className, const char *first, const char *second,
+                         const char *third, uint32_t encoding) {
+    REALstring pieces[] = {CString2RB(first, encoding), CString2RB(second, encoding),
+                           CString2RB(third, encoding)};
+    RaiseExceptionStrings(className, pieces[0], pieces[1], pieces[2]);
+    for (REALstring piece : pieces) UnlockIfSet(piece);
+}
+
+void ClassRaiser::operator()(const char *message) const {
+    RaiseExceptionNumber(className, message, hostabi::kEncodingASCII, 0);
+}
+
+void UnsupportedOperationRaiser::operator()(const char *message, RBInteger errorNumber) const {
+    RaiseExceptionNumber(className, message, hostabi::kEncodingUTF8, errorNumber);
+}
+
+void UnsupportedOperationRaiser::operator()(REALstring message, RBInteger errorNumber) const {
+    RaiseExceptionStringNumber(className, message, errorNumber);
 }
 
 void RaiseRangeError(int64_t value, int64_t minimum, int64_t limit, const char *parameterName,

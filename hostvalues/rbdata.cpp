@@ -22,11 +22,12 @@ void rbData::enforceNullDataHasNoSize() {
 
 rbData::rbData() : stringData{} { clear(); }
 
-rbData::rbData(REALobject block, RBInteger offset, RBInteger requestedSize) : stringData{} {
-    clear();
+// The pinning constructors delegate, so that the holder counts as built
+// before the first host call and a failure thrown there still releases it.
+rbData::rbData(REALobject block, RBInteger offset, RBInteger requestedSize) : rbData() {
     if (!block) return;
-    lockedObject = block;
     host::REALLockObject(block);
+    lockedObject = block;
     RBInteger known = requestedSize;
     if (known == 0) {
         known = host::memoryBlockGetSize(block);
@@ -42,8 +43,7 @@ rbData::rbData(REALobject block, RBInteger offset, RBInteger requestedSize) : st
     enforceNullDataHasNoSize();
 }
 
-rbData::rbData(REALstring string) : stringData{} {
-    clear();
+rbData::rbData(REALstring string) : rbData() {
     if (!string) return;
     host::REALLockString(string);
     lockedString = string;
@@ -53,9 +53,20 @@ rbData::rbData(REALstring string) : stringData{} {
     enforceNullDataHasNoSize();
 }
 
+rbData::rbData(void *bytes, uintptr_t byteCount) : rbData() {
+    data = static_cast<uint8_t *>(bytes);
+    size = byteCount;
+    enforceNullDataHasNoSize();
+}
+
 rbData::~rbData() { release(); }
 
 void rbData::release() {
+    unlock();
+    clear();
+}
+
+void rbData::unlock() {
     if (REALstring string = lockedString) {
         lockedString = nullptr;
         host::REALUnlockString(string);
@@ -69,7 +80,13 @@ void rbData::release() {
         if (Debugging()) DebugLogText("REALDisposeStringData");
         host::PluginDisposeStringData(&stringData);
     }
-    clear();
+}
+
+void rbData::leak() {
+    if (Debugging()) DebugLogText("rbData::leak");
+    lockedString = nullptr;
+    lockedObject = nullptr;
+    ownsStringData = false;
 }
 
 }  // namespace qvt

@@ -15,6 +15,8 @@ public:
     // `offset` is added to the block's pointer; a `size` of 0 asks the host.
     rbData(REALobject block, RBInteger offset, RBInteger size);
     explicit rbData(REALstring string);
+    // Pins nothing: the caller vouches for the bytes.
+    rbData(void *bytes, uintptr_t byteCount);
     ~rbData();
 
     rbData(const rbData &) = delete;
@@ -22,6 +24,10 @@ public:
 
     // Gives the pins back; safe on an empty holder and safe to run twice.
     void release();
+    // As release, but `data`, `size` and `next` stay readable.
+    void unlock();
+    // Forgets the pins without giving anything back to the host.
+    void leak();
 
     REALstring lockedString;
     REALobject lockedObject;

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 #include "diagnostics/debuglog.h"
+#include "hostvalues/raise.h"
+#include "hostvalues/translate.h"
 #include "hostvalues/wide_strings.h"
 #include "shell/binding.h"
 #include "shell/entry.h"
@@ -39,9 +42,7 @@ bool AllBelow128(const uint8_t *bytes, int64_t count) {
     return std::all_of(bytes, bytes + count, [](uint8_t b) { return b < 0x80; });
 }
 
-}  // namespace
-
-REALstring REALBuildUnicodeString(const void *bytes, int64_t count, uint32_t encoding) {
+REALstring BuildUnicodeString(const void *bytes, int64_t count, uint32_t encoding) {
     if (!bytes || count <= 0) return nullptr;
     if (count > 0x7FFFFFFF) {
         if (Debugging()) DebugLogText("Count too big for REALBuildUnicodeString.");
@@ -60,6 +61,23 @@ REALstring REALBuildUnicodeString(const void *bytes, int64_t count, uint32_t enc
     REALstring string = host::REALBuildString(bytes, length);
     if (string) host::REALSetStringEncoding(string, encoding);
     return string;
+}
+
+}  // namespace
+
+// Every message of a raise passes through here, so a failure thrown on the
+// way becomes a host exception rather than leaving the plug-in.
+REALstring REALBuildUnicodeString(const void *bytes, int64_t count, uint32_t encoding) {
+    try {
+        return BuildUnicodeString(bytes, count, encoding);
+    } catch (const std::exception &failure) {
+        TranslateException(failure);
+    } catch (...) {
+        if (Debugging()) DebugLogText("Unnamed C++ Exception.");
+        RaiseException("RuntimeException", "Sorry, but there was an unnamed C++ Exception.",
+                       hostabi::kEncodingASCII);
+    }
+    return nullptr;
 }
 
 void CheckASCIIText(const char *text, int64_t length, uint32_t encoding) {

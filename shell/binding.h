@@ -1,10 +1,12 @@
 // Bindings: every host service is reached by name through the resolver. A
 // binding finds its entry on first use, keeps it in its slot, and gives a
-// fixed result while the host has no such entry.
+// fixed result while the host has no such entry. The bindings themselves are
+// listed in shell/catalogue.h, included at the end.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <type_traits>
 
 #include "abi/plugin_abi.h"
@@ -15,43 +17,15 @@ namespace qvt {
 // A nil answer is stored too, so a missing entry is asked for on every call.
 void *FindEntry(const char *name, const char *secondName, std::atomic<void *> &slot);
 
-template <typename Result>
-struct MissingResult {
-    Result value{};
-};
-template <>
-struct MissingResult<void> {};
-
-template <typename Signature>
-class HostBinding;
-
-template <typename Result, typename... Args>
-class HostBinding<Result(Args...)> {
-    // A host answers a bool as a word; the binding turns it into true or false.
-    static constexpr bool kReducesToBool = std::is_same_v<Result, bool>;
-    using HostResult = std::conditional_t<kReducesToBool, intptr_t, Result>;
-
+// The names and the slot of one binding.
+class EntrySlot {
 public:
-    using Entry = HostResult (*)(Args...);
-
-    constexpr explicit HostBinding(const char *name, const char *secondName = nullptr)
+    constexpr EntrySlot(const char *name, const char *secondName)
         : name_(name), secondName_(secondName) {}
-    constexpr HostBinding(const char *name, const char *secondName, MissingResult<Result> missing)
-        : name_(name), secondName_(secondName), missing_(missing) {}
 
-    Entry Find() const {
-        return reinterpret_cast<Entry>(FindEntry(name_, secondName_, slot_));
-    }
-
-    Result operator()(Args... args) const {
-        Entry entry = Find();
-        if constexpr (std::is_void_v<Result>) {
-            if (entry) entry(args...);
-        } else if constexpr (kReducesToBool) {
-            return entry ? entry(args...) != 0 : missing_.value;
-        } else {
-            return entry ? entry(args...) : missing_.value;
-        }
+    void *Find() const {
+        void *entry = slot_.load(std::memory_order_relaxed);
+        return entry ? entry : FindEntry(name_, secondName_, slot_);
     }
 
     const char *name() const { return name_; }
@@ -61,7 +35,123 @@ private:
     const char *secondName_;
     // One word, written without a lock: a race only repeats a look-up.
     mutable std::atomic<void *> slot_{nullptr};
+};
+
+template <typename Result>
+struct MissingResult {
+    Result value{};
+};
+template <>
+struct MissingResult<void> {};
+
+// What the host's entry answers for a binding's result: a bool is reduced,
+// the host answering a word of which any non-zero value means true.
+template <typename Result>
+using HostAnswer = std::conditional_t<std::is_same_v<Result, bool>, intptr_t, Result>;
+
+// Calls the entry at `address` with the arguments unchanged, or gives the
+// result when missing.
+template <typename Result, typename... Args>
+Result CallEntry(void *address, const MissingResult<Result> &missing, Args... args) {
+    auto entry = reinterpret_cast<HostAnswer<Result> (*)(Args...)>(address);
+    if constexpr (std::is_void_v<Result>) {
+        if (entry) entry(args...);
+    } else if constexpr (std::is_same_v<Result, bool>) {
+        return entry ? entry(args...) != 0 : missing.value;
+    } else {
+        return entry ? entry(args...) : missing.value;
+    }
+}
+
+// A binding whose arguments are fixed: for operations this system calls.
+template <typename Signature>
+class HostBinding;
+
+template <typename Result, typename... Args>
+class HostBinding<Result(Args...)> {
+public:
+    using Entry = HostAnswer<Result> (*)(Args...);
+
+    constexpr explicit HostBinding(const char *name, const char *secondName = nullptr)
+        : slot_(name, secondName) {}
+
+    Entry Find() const { return reinterpret_cast<Entry>(slot_.Find()); }
+
+    Result operator()(Args... args) const { return CallEntry(slot_.Find(), missing_, args...); }
+
+    const char *name() const { return slot_.name(); }
+
+private:
+    EntrySlot slot_;
     [[no_unique_address]] MissingResult<Result> missing_{};
+};
+
+// A binding that passes whatever it is given: for operations without a user
+// here, whose arguments are the host's. Only the result type is fixed.
+template <typename Result>
+class HostCall {
+public:
+    constexpr explicit HostCall(const char *name, const char *secondName = nullptr,
+                                MissingResult<Result> missing = {})
+        : slot_(name, secondName), missing_(missing) {}
+
+    template <typename... Args>
+    Result operator()(Args... args) const {
+        return CallEntry(slot_.Find(), missing_, args...);
+    }
+
+    void *Find() const { return slot_.Find(); }
+    const char *name() const { return slot_.name(); }
+
+private:
+    EntrySlot slot_;
+    [[no_unique_address]] MissingResult<Result> missing_{};
+};
+
+// The host's bool as it answers it: a word, not reduced.
+using HostBool = intptr_t;
+
+// The class-property operations are found through a second resolver, which
+// the host hands out under "GetRBScriptResolver"; they take the object's
+// class in place of the object.
+class ScriptEntries {
+public:
+    constexpr explicit ScriptEntries(const char *name) : name_(name) {}
+
+    struct Found {
+        void *operation;
+        void *classOf;  // RuntimeClassOf
+    };
+    // Both entries, either of them nil when the host lacks it.
+    Found Find() const;
+
+private:
+    const char *name_;
+    mutable std::once_flag once_;
+    mutable REALresolver resolver_ = nullptr;  // written under once_ only
+    mutable std::atomic<void *> slot_{nullptr};
+    mutable std::atomic<void *> classOf_{nullptr};
+};
+
+template <typename Result>
+class ScriptBinding {
+public:
+    constexpr explicit ScriptBinding(const char *name) : entries_(name) {}
+
+    template <typename... Args>
+    Result operator()(REALobject object, Args... args) const {
+        ScriptEntries::Found found = entries_.Find();
+        // A host that has the operation and no RuntimeClassOf is served as
+        // one that lacks both, rather than through a nil call.
+        if (!found.operation || !found.classOf) return Result{};
+        auto classOf = reinterpret_cast<REALclassRef (*)(REALobject)>(found.classOf);
+        REALclassRef cls = classOf(object);
+        if (!cls) return Result{};
+        return CallEntry(found.operation, MissingResult<Result>{}, cls, args...);
+    }
+
+private:
+    ScriptEntries entries_;
 };
 
 }  // namespace qvt
@@ -70,58 +160,4 @@ private:
 #define QVT_HOST_BINDING(name, signature, ...) \
     inline constinit ::qvt::HostBinding<signature> name{#name __VA_OPT__(, ) __VA_ARGS__}
 
-namespace qvt::host {
-
-QVT_HOST_BINDING(REALinRuntime, bool());
-QVT_HOST_BINDING(PluginRegisterClass, void(REALclassDefinition *));
-QVT_HOST_BINDING(PluginRegisterClassExtension, void(REALclassDefinition *));
-QVT_HOST_BINDING(PluginRegisterModule, void(REALmoduleDefinition *));
-QVT_HOST_BINDING(PluginRegisterMethod, void(REALmethodDefinition *));
-QVT_HOST_BINDING(PluginRegisterControl, void(REALcontrolDefinition *));
-QVT_HOST_BINDING(PluginRegisterInterface, void(REALinterfaceDefinition *));
-QVT_HOST_BINDING(PluginRegisterDBCursor, void(REALdbCursorDefinition *));
-QVT_HOST_BINDING(PluginRegisterDBEngine, void(REALdbEngineDefinition *));
-QVT_HOST_BINDING(REALLockObject, void(REALobject));
-QVT_HOST_BINDING(REALUnlockObject, void(REALobject));
-QVT_HOST_BINDING(REALLockString, void(REALstring));
-QVT_HOST_BINDING(REALUnlockString, void(REALstring));
-QVT_HOST_BINDING(memoryBlockGetPtr, void *(REALobject));
-QVT_HOST_BINDING(memoryBlockGetSize, RBInteger(REALobject));
-QVT_HOST_BINDING(newMemoryBlock, REALobject(RBInteger));
-QVT_HOST_BINDING(PtrToMemoryBlock, REALobject(const void *));
-QVT_HOST_BINDING(PluginNewInstance, REALobject(const char *));
-QVT_HOST_BINDING(REALSetPropValueInteger, bool(REALobject, const char *, RBInteger),
-                 "REALSetPropValueInt");
-QVT_HOST_BINDING(REALGetPropValueInteger, bool(REALobject, const char *, RBInteger *),
-                 "REALGetPropValueInt");
-QVT_HOST_BINDING(REALSetPropValueString, bool(REALobject, const char *, REALstring));
-QVT_HOST_BINDING(RuntimeRaiseException, void(REALobject));
-QVT_HOST_BINDING(REALBuildString, REALstring(const void *, int32_t));
-QVT_HOST_BINDING(REALBuildStringWithEncoding, REALstring(const void *, int32_t, uint32_t));
-QVT_HOST_BINDING(REALConvertString, REALstring(REALstring, uint32_t));
-QVT_HOST_BINDING(REALSetStringEncoding, void(REALstring, uint32_t));
-QVT_HOST_BINDING(REALGetStringEncoding, uint32_t(REALstring));
-QVT_HOST_BINDING(PluginGetStringData, bool(REALstring, uint32_t, REALstringData *));
-QVT_HOST_BINDING(PluginDisposeStringData, void(REALstringData *));
-QVT_HOST_BINDING(RuntimeUBound, RBInteger(REALarray));
-QVT_HOST_BINDING(RuntimeArrayCreateSingleDimBoundedArray, REALarray(int32_t, RBInteger));
-QVT_HOST_BINDING(RuntimeDirectReadObjectArray, REALobject(REALarray, RBInteger));
-QVT_HOST_BINDING(RuntimeDirectReadStringArray, REALstring(REALarray, RBInteger));
-QVT_HOST_BINDING(PluginGetTextData, void *(void *, const char *, RBInteger));
-QVT_HOST_BINDING(PluginDisposeTextData, void(void *));
-QVT_HOST_BINDING(RuntimeAddString, REALstring(REALstring, REALstring));
-QVT_HOST_BINDING(REALLoadObjectMethod, void *(REALobject, const char *));
-
-// Runs `function(argument)` under the host's exception handler and gives the
-// exception object raised meanwhile, or nil. Without the host's entry the
-// function is still run, unguarded.
-REALobject PluginCallFunctionWithExceptionHandler(void (*function)(void *), void *argument);
-
-// A global function of the host's language, found by its declaration.
-void *REALLoadGlobalMethod(const char *declaration);
-
-// The string's bytes; when `length` is given, its length in bytes is stored
-// there through the host's own LenB.
-const char *StringGetCString(REALstring string, RBInteger *length);
-
-}  // namespace qvt::host
+#include "shell/catalogue.h"

@@ -1,6 +1,7 @@
 // Memory blocks: owned (zeroed, fenced by guard bytes), foreign (over memory
 // of unknown size) and memoryless.
 #include <cstring>
+#include <utility>
 
 #include "simhost/state.h"
 
@@ -23,18 +24,31 @@ bool GuardIntact(const uint8_t *p) {
 
 }  // namespace
 
-ObjectRecord *CreateBlock(RBInteger size) {
+std::unique_ptr<uint8_t, FreeDeleter> NewBlockMemory(RBInteger size) {
     if (size < 0) return nullptr;
     auto total = static_cast<std::size_t>(size) + 2 * kGuard;
     // calloc: large blocks stay untouched, and so cheap, until used.
-    auto *raw = static_cast<uint8_t *>(std::calloc(total, 1));
+    std::unique_ptr<uint8_t, FreeDeleter> raw(static_cast<uint8_t *>(std::calloc(total, 1)));
     if (raw == nullptr) return nullptr;
-    std::memset(raw, kGuardByte, kGuard);
-    std::memset(raw + kGuard + size, kGuardByte, kGuard);
-    ObjectRecord &block = NewObject(ObjectKind::Block, "MemoryBlock", 0);
-    block.storage.reset(raw);
-    block.data = raw + kGuard;
+    std::memset(raw.get(), kGuardByte, kGuard);
+    std::memset(raw.get() + kGuard + size, kGuardByte, kGuard);
+    return raw;
+}
+
+void SetBlockMemory(ObjectRecord &block, std::unique_ptr<uint8_t, FreeDeleter> memory,
+                    RBInteger size) {
+    CheckBlockGuards(block);
+    block.storage = std::move(memory);
+    block.data = block.storage ? block.storage.get() + kGuard : nullptr;
     block.size = size;
+    block.guardsReported = false;
+}
+
+ObjectRecord *CreateBlock(RBInteger size) {
+    auto memory = NewBlockMemory(size);
+    if (memory == nullptr) return nullptr;
+    ObjectRecord &block = NewObject(ObjectKind::Block, "MemoryBlock", 0);
+    SetBlockMemory(block, std::move(memory), size);
     return &block;
 }
 

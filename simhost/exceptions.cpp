@@ -40,6 +40,10 @@ REALobject PluginNewInstance(const char *className) {
             return HandleOf(NewObject(ObjectKind::Exception, known, 0));
         }
     }
+    // The host's own block class, before its constructor: no memory yet.
+    if (std::string_view(className) == "MemoryBlock") {
+        return HandleOf(NewObject(ObjectKind::Block, "MemoryBlock", 0));
+    }
     ObjectRecord *instance = CreateInstance(className);
     return instance != nullptr ? HandleOf(*instance) : nullptr;
 }

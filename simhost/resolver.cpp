@@ -6,6 +6,11 @@
 
 namespace simhost::detail {
 
+// runtime.cpp: its entries, and those whose form follows the host's version
+// (nullptr for any other name).
+std::span<const Entry> RuntimeEntries();
+void *EntryOfForm(std::string_view name, double version);
+
 namespace {
 
 const std::unordered_map<std::string_view, Entry> &AllEntries() {
@@ -13,7 +18,7 @@ const std::unordered_map<std::string_view, Entry> &AllEntries() {
         std::unordered_map<std::string_view, Entry> map;
         for (auto unit : {VersionEntries(), RegistryEntries(), ReferenceEntries(), BlockEntries(),
                           StringEntries(), StringDataEntries(), ExceptionEntries(),
-                          PropertyEntries(), ArrayEntries()}) {
+                          PropertyEntries(), ArrayEntries(), MemberEntries(), RuntimeEntries()}) {
             for (const Entry &e : unit) map.emplace(e.name, e);
         }
         return map;
@@ -23,14 +28,15 @@ const std::unordered_map<std::string_view, Entry> &AllEntries() {
 
 void *Answer(std::string_view name) {
     const Options &o = State().options;
-    auto it = AllEntries().find(name);
-    if (it == AllEntries().end()) return nullptr;
-    if (o.version < it->second.since) return nullptr;
-    if (name == "REALGetRBVersion" && !o.hasVersionEntry) return nullptr;
     if (std::find(o.missingEntries.begin(), o.missingEntries.end(), name) !=
         o.missingEntries.end()) {
         return nullptr;
     }
+    if (void *form = EntryOfForm(name, o.version)) return form;
+    auto it = AllEntries().find(name);
+    if (it == AllEntries().end()) return nullptr;
+    if (o.version < it->second.since) return nullptr;
+    if (name == "REALGetRBVersion" && !o.hasVersionEntry) return nullptr;
     return it->second.address;
 }
 

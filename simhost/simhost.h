@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -28,6 +29,9 @@ struct Options {
     bool oldArrayHeader = false;
     // Turn off for long loops; faults are still recorded.
     bool logCalls = true;
+    // MemoryBlock's Constructor(bytes as Integer) makes the block this many
+    // bytes smaller than asked.
+    RBInteger constructorShortfall = 0;
 };
 
 // Written into forSystemUse of every registered class: instance data starts
@@ -81,6 +85,10 @@ std::size_t CountCalls(std::string_view entry);
 std::vector<std::string> Faults();
 void ClearFaults();
 
+// The next call of `entry` throws what `raise` throws, once the call is
+// logged, before the entry does anything.
+void ThrowOnNextCall(std::string entry, std::function<void()> raise);
+
 // ---- Accounting -----------------------------------------------------------
 
 // Total references, the host's own included; 0 for ended handles, -1 for
@@ -118,6 +126,11 @@ REALobject NewBlock(RBInteger size);  // zeroed
 REALobject NewBlock(std::span<const uint8_t> bytes);
 REALobject NewForeignBlock(void *address);  // size unknown: reports -1
 REALobject NewMemorylessBlock();            // null pointer, size 0
+// PluginNewInstance("MemoryBlock") gives a block without memory, and
+// REALLoadObjectMethod its members "Constructor(bytes as Integer)",
+// "Operator_Convert(value as Ptr)" and "Operator_Convert() As Ptr", logged as
+// MemoryBlock.Constructor, .ConvertFromPtr and .ConvertToPtr. Asked for a
+// negative size, the constructor raises OutOfBoundsException.
 // The block's bytes; empty for blocks without memory or of unknown size.
 std::span<uint8_t> Bytes(REALobject block);
 void Release(REALobject object);
@@ -213,5 +226,11 @@ std::optional<PropertyRef> FindProperty(std::string_view name, std::string_view 
 REALobject NewInstance(std::string_view className);
 // The class data of an instance (dataSize bytes at kInstanceDataOffset).
 std::span<uint8_t> InstanceData(REALobject instance);
+// A registered class as CreateInstance takes it and RuntimeClassOf gives it
+// (the address of its record); nil for an unknown class. RuntimeClassOf and
+// the class-property entries come from the second resolver that the entry
+// GetRBScriptResolver is; its questions are logged as calls of
+// "ScriptResolver".
+REALclassRef ClassOf(std::string_view className);
 
 }  // namespace simhost

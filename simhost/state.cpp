@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 namespace simhost::detail {
 
@@ -14,6 +15,7 @@ HostState &State() {
 void LogCall(const char *entry, std::string args) {
     HostState &s = State();
     if (s.options.logCalls) s.calls.push_back({entry, std::move(args)});
+    if (s.armedThrow && s.armedEntry == entry) std::exchange(s.armedThrow, nullptr)();
 }
 
 void Fault(std::string text) { State().faults.push_back(std::move(text)); }
@@ -174,6 +176,8 @@ void Reset(const Options &options) {
     s.nextCookie = 1;
     s.registrations.clear();
     s.recordVersion = 0;
+    s.armedEntry.clear();
+    s.armedThrow = nullptr;
     s.objectByHandle.clear();
     s.stringByHandle.clear();
     s.objects.clear();

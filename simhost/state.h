@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -94,6 +95,10 @@ struct HostState {
 
     std::vector<Registration> registrations;
     int32_t recordVersion = 0;
+
+    // ThrowOnNextCall: the entry and what its next call throws.
+    std::string armedEntry;
+    std::function<void()> armedThrow;
 };
 
 HostState &State();
@@ -151,6 +156,12 @@ void CheckBlockGuards(ObjectRecord &block);
 
 // Block creation shared by the entries and the test helpers.
 ObjectRecord *CreateBlock(RBInteger size);
+// Zeroed memory of `size` bytes between guard zones; null when there is none.
+std::unique_ptr<uint8_t, FreeDeleter> NewBlockMemory(RBInteger size);
+// Gives the block `memory` (from NewBlockMemory, or null for none) of `size`
+// bytes in place of its own, whose guards are checked first.
+void SetBlockMemory(ObjectRecord &block, std::unique_ptr<uint8_t, FreeDeleter> memory,
+                    RBInteger size);
 ObjectRecord &CreateForeignBlock(void *address);
 ObjectRecord *CreateInstance(std::string_view className);
 ObjectRecord *CreateArray(int32_t type, RBInteger ubound);
@@ -176,6 +187,7 @@ std::span<const Entry> PropertyEntries();
 std::span<const Entry> ArrayEntries();
 std::span<const Entry> RegistryEntries();
 std::span<const Entry> VersionEntries();
+std::span<const Entry> MemberEntries();
 
 // Reading the plug-in's records as the host does.
 const char *TextWord(const void *record, std::size_t word);

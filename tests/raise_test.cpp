@@ -1,6 +1,11 @@
 // Raising host exceptions: classes, messages and the range-error texts.
 #include <gtest/gtest.h>
 
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
 #include "host_fixture.h"
 #include "hostvalues/raise.h"
 #include "shell/entry.h"
@@ -88,6 +93,91 @@ TEST_F(RaiseTest, NothingIsRaisedWhenNoClassCanBeMade) {
     SetUp();
     Balanced([] { RaiseException("OutOfBoundsException", "text", 0x600); });
     EXPECT_TRUE(simhost::TakeExceptions().empty());
+}
+
+TEST_F(RaiseTest, MessageAsAHostStringStaysTheCallers) {
+    REALstring message = simhost::NewString("given");
+    Balanced([&] { RaiseExceptionString("OutOfMemoryException", message); });
+    EXPECT_EQ(OneException(), "OutOfMemoryException: given");
+    Balanced([&] { RaiseExceptionStringNumber("IllegalCastException", message, 9); });
+    auto raised = simhost::TakeExceptions();
+    ASSERT_EQ(raised.size(), 1u);
+    EXPECT_EQ(raised[0].message, "given");
+    EXPECT_EQ(raised[0].errorNumber, 9);
+    Balanced([] { RaiseExceptionString("RuntimeException", nullptr); });
+    EXPECT_EQ(OneException(), "RuntimeException: <nil>");
+    simhost::Release(message);
+}
+
+std::vector<std::string> ArgsOf(std::string_view entry) {
+    std::vector<std::string> args;
+    for (const auto &call : simhost::Calls()) {
+        if (call.entry == entry) args.push_back(call.args);
+    }
+    return args;
+}
+
+std::vector<std::string> Words(const std::string &text) {
+    std::vector<std::string> words;
+    std::istringstream in(text);
+    for (std::string word; in >> word;) words.push_back(word);
+    return words;
+}
+
+TEST_F(RaiseTest, JoinedMessagesGiveBackWhatTheyBuiltWholeFirst) {
+    REALstring parts[] = {simhost::NewString("a"), simhost::NewString("b"),
+                          simhost::NewString("c")};
+    for (bool fromTexts : {false, true}) {
+        simhost::ClearCalls();
+        Balanced([&] {
+            if (fromTexts) {
+                RaiseExceptionTexts("OutOfBoundsException", "x", "y", "z", hostabi::kEncodingUTF8);
+            } else {
+                RaiseExceptionStrings("OutOfBoundsException", parts[0], parts[1], parts[2]);
+            }
+        });
+        EXPECT_EQ(OneException(),
+                  fromTexts ? "OutOfBoundsException: xyz" : "OutOfBoundsException: abc");
+        // The joins name every string: (first, second), then (first two, third).
+        auto joins = ArgsOf("RuntimeAddString");
+        ASSERT_EQ(joins.size(), 2u);
+        auto inner = Words(joins[0]);
+        auto outer = Words(joins[1]);
+        std::string whole = Words(ArgsOf("REALSetPropValueString").at(0)).back();
+        whole = whole.substr(whole.find('=') + 1);
+        std::vector<std::string> expected = {whole, outer[0]};
+        if (fromTexts) expected.insert(expected.end(), {inner[0], inner[1], outer[1]});
+        EXPECT_EQ(ArgsOf("REALUnlockString"), expected);
+    }
+    for (REALstring part : parts) simhost::Release(part);
+}
+
+TEST_F(RaiseTest, OneLineFormsRaiseTheirClass) {
+    const std::pair<const ClassRaiser *, const char *> raisers[] = {
+        {&RaiseNilObjectException, "NilObjectException"},
+        {&RaiseOutOfBoundsException, "OutOfBoundsException"},
+        {&RaiseOutOfMemoryException, "OutOfMemoryException"},
+        {&RaiseUnsupportedOperationException, "UnsupportedOperationException"},
+        {&RaiseRuntimeException, "RuntimeException"},
+        {&RaiseIllegalCastException, "IllegalCastException"},
+    };
+    for (const auto &raiser : raisers) {
+        Balanced([&] { (*raiser.first)("m\xC3\xA9"); });
+        EXPECT_EQ(OneException(), std::string(raiser.second) + ": m\xC3\xA9");
+    }
+    REALstring message = simhost::NewString("host");
+    Balanced([&] {
+        RaiseUnsupportedOperationException("text", 3);
+        RaiseUnsupportedOperationException(message, 4);
+    });
+    auto raised = simhost::TakeExceptions();
+    ASSERT_EQ(raised.size(), 2u);
+    EXPECT_EQ(raised[0].className, "UnsupportedOperationException");
+    EXPECT_EQ(raised[0].message, "text");
+    EXPECT_EQ(raised[0].errorNumber, 3);
+    EXPECT_EQ(raised[1].message, "host");
+    EXPECT_EQ(raised[1].errorNumber, 4);
+    simhost::Release(message);
 }
 
 }  // namespace

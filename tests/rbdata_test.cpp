@@ -115,5 +115,60 @@ TEST_F(RbDataTest, ReleaseGivesOwnedStringDataBack) {
     simhost::Release(string);
 }
 
+struct BytesCase {
+    bool hasBytes;
+    uintptr_t size;
+    uintptr_t expectedSize;
+    const char *logged;
+};
+
+TEST_F(RbDataTest, BytesOfTheCallersOwnPinNothing) {
+    const BytesCase cases[] = {
+        {true, 5, 5, ""},
+        {true, 0, 0, ""},
+        {false, 5, 0, "QVT Debug: data is NULL, so size fixed to zero.\n"},
+        {false, 0, 0, ""},
+    };
+    uint8_t bytes[5] = {};
+    gDebugging = true;
+    for (const auto &c : cases) {
+        test::StderrCapture output;
+        {
+            rbData holder(c.hasBytes ? bytes : nullptr, c.size);
+            EXPECT_EQ(holder.data, c.hasBytes ? bytes : nullptr);
+            EXPECT_EQ(holder.size, c.expectedSize);
+        }
+        EXPECT_EQ(output.Take(), c.logged);
+    }
+    EXPECT_TRUE(simhost::Calls().empty());
+}
+
+TEST_F(RbDataTest, UnlockKeepsTheBytesAndLeakForgetsThePins) {
+    REALobject block = simhost::NewBlock(6);
+    REALstring string = simhost::NewString("abc");
+    {
+        rbData holder(block, 0, 0);
+        holder.next = &holder;
+        holder.unlock();
+        EXPECT_EQ(simhost::RefCount(block), 1);
+        EXPECT_EQ(holder.data, simhost::Bytes(block).data());
+        EXPECT_EQ(holder.size, 6u);
+        EXPECT_EQ(holder.next, &holder);
+        holder.next = nullptr;
+    }
+    gDebugging = true;
+    test::StderrCapture output;
+    {
+        rbData pinned(string);
+        pinned.leak();
+        EXPECT_EQ(pinned.size, 3u);
+    }
+    EXPECT_EQ(output.Take(), "QVT Debug: rbData::leak\n");
+    EXPECT_EQ(simhost::RefCount(string), 2);  // release gave nothing back
+    host::REALUnlockString(string);
+    simhost::Release(block);
+    simhost::Release(string);
+}
+
 }  // namespace
 }  // namespace qvt
