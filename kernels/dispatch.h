@@ -1,0 +1,15 @@
+// Kernels that gain from wider vectors carry QVT_VECTOR_CLONES: on x86-64
+// with glibc the compiler builds one clone per instruction set and the
+// loader picks the best the CPU has, so no CPU feature is needed to load.
+// Everywhere else the single portable build is used. Every clone compiles
+// the same source, so all of them give the same bytes.
+#pragma once
+
+#include <cstddef>  // defines __GLIBC__ where glibc is the C library
+
+#if defined(__x86_64__) && defined(__ELF__) && defined(__GLIBC__) && \
+    (defined(__GNUC__) || defined(__clang__))
+#define QVT_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define QVT_VECTOR_CLONES
+#endif
