@@ -98,12 +98,12 @@ void PluginRegisterInterface(REALinterfaceDefinition *definition) {
 }
 
 // Records of the database kinds are not read beyond their address.
-void PluginRegisterDBCursor(void *definition) {
+void PluginRegisterDBCursor(REALdbCursorDefinition *definition) {
     HostLock lock(State().mutex);
     Accept("PluginRegisterDBCursor", "DBCursor", definition, 0, false);
 }
 
-void PluginRegisterDBEngine(void *definition) {
+void PluginRegisterDBEngine(REALdbEngineDefinition *definition) {
     HostLock lock(State().mutex);
     Accept("PluginRegisterDBEngine", "DBEngine", definition, 0, false);
 }
