@@ -193,7 +193,7 @@ TEST_F(BindingTest, FamiliesTreatTheHostsAnswer) {
         EXPECT_EQ(stored, written != 0) << int{written};
         // A UInt8 read through the same entry keeps the byte.
         uint8_t byte = 0;
-        EXPECT_TRUE(host::REALGetPropValueUInt8(nullptr, "x", &byte));
+        EXPECT_TRUE(host::REALGetPropValueUInt8(REALobject{}, "x", &byte));
         EXPECT_EQ(byte, written);
     }
 }
