@@ -29,6 +29,9 @@ R Invoke(REALproc function, A... args) {
     return reinterpret_cast<R (*)(A...)>(function)(args...);
 }
 
+// A Ptr parameter is a plain void *; the methods called here only read.
+void *Ptr(const void *bytes) { return const_cast<void *>(bytes); }
+
 template <typename... A>
 Outcome Void(REALproc function, A... args) {
     Invoke<void, A...>(function, args...);
@@ -191,15 +194,15 @@ std::vector<Step> Steps() {
          "false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
          "firstMem=01 C8 secondMem=02 64 Signed=true", Receiver::Block, Bytes(2, 0),
          [](R f, O b) {
-             return Truth(Invoke<bool, O, const void *, const void *, intptr_t, bool, intptr_t,
-                                 intptr_t>(f, b, kFirst, kSecond, 8, true, 0, 0));
+             return Truth(Invoke<bool, O, void *, void *, intptr_t, bool, intptr_t, intptr_t>(
+                 f, b, Ptr(kFirst), Ptr(kSecond), 8, true, 0, 0));
          }},
         {"MinQVT(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = "
          "false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
          "firstMem=nil", Receiver::Block, Bytes(2, 0),
          [](R f, O b) {
-             return Truth(Invoke<bool, O, const void *, const void *, intptr_t, bool, intptr_t,
-                                 intptr_t>(f, b, nullptr, kSecond, 8, false, 0, 0));
+             return Truth(Invoke<bool, O, void *, void *, intptr_t, bool, intptr_t, intptr_t>(
+                 f, b, nullptr, Ptr(kSecond), 8, false, 0, 0));
          }},
         {"AddressQVT(offset as Int64 = 0) as UInt64", "offset=6", Receiver::Block, kSix,
          [](R f, O b) { return Distance(Invoke<uint64_t, O, int64_t>(f, b, 6), b); }},
@@ -346,7 +349,7 @@ std::vector<Step> Steps() {
          }},
         {"NewMemoryBlockWithBytesQVT(Data as Ptr, size as Integer) as MemoryBlock",
          "Data=\"abc\" size=3", Receiver::None, kNone,
-         [](R f, O) { return Block(Invoke<O, const void *, intptr_t>(f, kABC, 3)); }},
+         [](R f, O) { return Block(Invoke<O, void *, intptr_t>(f, Ptr(kABC), 3)); }},
         {"EndianU32_BtoNQVT(n as UInt32) as UInt32", "n=1", Receiver::None, kNone,
          [](R f, O) { return Pattern(Invoke<uint32_t, uint32_t>(f, 1), 4); }},
         {"EndianS16_BtoNQVT(n as Int16) as Int16", "n=384 (0x0180)", Receiver::None, kNone,
