@@ -8,6 +8,7 @@
 #include "hostvalues/blocks.h"
 #include "hostvalues/raise.h"
 #include "hostvalues/rbdata.h"
+#include "memory/scan.h"
 
 namespace qvt {
 
@@ -19,29 +20,6 @@ const uint8_t *BytesOf(REALobject block) {
 
 intptr_t PositionIn(const uint8_t *data, const void *found) {
     return found ? static_cast<const uint8_t *>(found) - data : kNotFound;
-}
-
-// The index of the first of the `count` bytes that differs from `value`, or
-// `count`. Bytes go one by one up to an address that is a multiple of 8,
-// then in words; a word that differs is walked again byte by byte, so the
-// answer is that of the plain loop.
-std::size_t FirstOther(const uint8_t *bytes, std::size_t count, uint8_t value) {
-    std::size_t at = 0;
-    const std::size_t head =
-        std::min(count, (8 - reinterpret_cast<uintptr_t>(bytes) % 8) % 8);
-    for (; at < head; ++at) {
-        if (bytes[at] != value) return at;
-    }
-    const uint64_t pattern = uint64_t{0x0101010101010101} * value;
-    for (; count - at >= 8; at += 8) {
-        uint64_t word;
-        std::memcpy(&word, bytes + at, 8);
-        if (word != pattern) break;
-    }
-    for (; at < count; ++at) {
-        if (bytes[at] != value) return at;
-    }
-    return count;
 }
 
 // The earliest position of [start, size) whose byte is one of the values.
@@ -56,9 +34,9 @@ intptr_t FindAnyOf(const uint8_t *data, std::size_t start, std::size_t size,
     return kNotFound;
 }
 
-// The routine behind FindStringQVT and FindBytesQVT. Candidates are found by
-// their first byte, and only then are the other bytes compared; overlapping
-// candidates are all tried.
+// The routine behind FindStringQVT and FindBytesQVT: the first position in
+// the range at which the whole target occurs, overlapping candidates
+// included.
 intptr_t SearchBlock(REALobject block, intptr_t srcOfs, intptr_t maxBytes, const uint8_t *target,
                      intptr_t targLen) {
     const uint8_t *data = BytesOf(block);
@@ -71,18 +49,8 @@ intptr_t SearchBlock(REALobject block, intptr_t srcOfs, intptr_t maxBytes, const
     if (srcOfs >= limit || !data || !target) return kBadSearchArguments;
 
     const intptr_t rangeEnd = std::min(end, limit);
-    if (targLen > rangeEnd - srcOfs) return kNotFound;
-    const uint8_t *candidate = data + srcOfs;
-    const uint8_t *lastCandidate = data + (rangeEnd - targLen);
-    const auto rest = static_cast<std::size_t>(targLen - 1);
-    while (candidate <= lastCandidate) {
-        candidate = static_cast<const uint8_t *>(std::memchr(
-            candidate, target[0], static_cast<std::size_t>(lastCandidate - candidate) + 1));
-        if (!candidate) return kNotFound;
-        if (std::memcmp(candidate + 1, target + 1, rest) == 0) return candidate - data;
-        ++candidate;
-    }
-    return kNotFound;
+    return PositionIn(data, scan::FindSubstring(data + srcOfs, static_cast<std::size_t>(rangeEnd - srcOfs),
+                                                target, static_cast<std::size_t>(targLen)));
 }
 
 }  // namespace
@@ -125,7 +93,7 @@ intptr_t FindNotByteQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, in
     const uint8_t *data = BytesOf(block);
     if (!data || numBytes <= 0) return kNotFound;
     const auto count = static_cast<std::size_t>(numBytes);
-    const std::size_t at = FirstOther(data + srcOfs, count, static_cast<uint8_t>(byteValue));
+    const std::size_t at = scan::FirstOther(data + srcOfs, count, static_cast<uint8_t>(byteValue));
     return at < count ? srcOfs + static_cast<intptr_t>(at) : kNotFound;
 }
 
@@ -152,7 +120,7 @@ bool BytesZeroQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes) {
     const uint8_t *data = BytesOf(block);
     if (!data) return false;
     const auto count = static_cast<std::size_t>(numBytes);
-    return FirstOther(data + srcOfs, count, 0) == count;
+    return scan::FirstOther(data + srcOfs, count, 0) == count;
 }
 
 intptr_t FindStringQVT(REALobject block, intptr_t srcOfs, intptr_t maxBytes, REALstring target) {

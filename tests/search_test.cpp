@@ -21,6 +21,7 @@
 #include "diagnostics/debuglog.h"
 #include "host_fixture.h"
 #include "hostvalues/arrays.h"
+#include "memory/scan.h"
 #include "memory/search.h"
 #include "shell/binding.h"
 #include "shell/entry.h"
@@ -251,7 +252,7 @@ TEST_F(SearchTest, SearchesReadNothingPastTheirCountOrTheBlock) {
     // The binding keeps the first entry it finds for the process.
     if (host::memoryBlockGetSize.Find() != &SizeOfFenced) GTEST_SKIP() << "needs its own process";
     gFencedSizes.clear();
-    for (std::size_t n : {1, 7, 8, 9, 15, 16, 17}) {
+    for (std::size_t n : {1, 7, 8, 9, 15, 16, 17, 31, 33, 65, 257, 289}) {
         SCOPED_TRACE(n);
         const auto size = static_cast<intptr_t>(n);
         FencedBlock as(std::string(n, 'A')), copy(std::string(n, 'A'));
@@ -362,6 +363,104 @@ TEST_F(FastPathTest, SearchesAgreeWithThePlainLoop) {
         simhost::Release(block);
     }
     EXPECT_TRUE(simhost::TakeExceptions().empty());
+}
+
+
+// ---- The scans on their own --------------------------------------------
+
+// One odd byte, differing from the run in a low or a high bit, at places
+// around the word, group and block edges, for starts off any alignment.
+TEST(ScanTest, FirstOtherAgreesWithThePlainLoop) {
+    std::vector<std::size_t> sizes;
+    for (std::size_t n = 0; n <= 40; ++n) sizes.push_back(n);
+    for (std::size_t edge : {64, 256, 288, 512, 544}) {
+        for (std::size_t n = edge - 9; n <= edge + 9; n += 3) sizes.push_back(n);
+    }
+    for (std::size_t n : sizes) {
+        for (const uint8_t value : {0x00, 0xA5}) {
+            for (std::size_t odd = 0; odd <= n; ++odd) {  // odd == n: none
+                if (odd >= 40 && n - odd >= 40 && odd % 29 != 0) continue;
+                for (const std::size_t start : {0, 1, 7}) {
+                    // Bytes around the range differ, so a read past it shows.
+                    Bytes bytes(start + n + 8, static_cast<uint8_t>(~value));
+                    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(start), n, value);
+                    if (odd < n) bytes[start + odd] = static_cast<uint8_t>(value ^ (odd % 2 ? 0x80 : 0x01));
+                    ASSERT_EQ(scan::FirstOther(bytes.data() + start, n, value), odd)
+                        << n << " " << odd << " " << start << " " << int{value};
+                }
+            }
+        }
+    }
+}
+
+// Small alphabets give near matches everywhere; periodic needles and runs of
+// one byte are the cases Two-Way treats apart, and long runs of late
+// failures hand the filter's search over to it midway.
+TEST(ScanTest, SubstringSearchesAgreeWithThePlainSearch) {
+    using Find = const uint8_t *(*)(const uint8_t *, std::size_t, const uint8_t *, std::size_t);
+    const Find finds[] = {&scan::FindSubstring, &scan::FindSubstringTwoWay};
+    const auto check = [&](const Bytes &hay, const Bytes &needle, std::size_t start) {
+        const auto first = hay.begin() + static_cast<std::ptrdiff_t>(start);
+        const intptr_t plain = At(hay, std::search(first, hay.end(), needle.begin(), needle.end()), hay.end());
+        for (Find find : finds) {
+            const uint8_t *found = find(hay.data() + start, hay.size() - start, needle.data(), needle.size());
+            ASSERT_EQ(found ? found - hay.data() : -1, plain)
+                << (find == finds[0] ? "filter " : "two-way ") << std::string(needle.begin(), needle.end())
+                << " in " << hay.size() << " from " << start;
+        }
+    };
+    const auto text = [](std::string_view part, std::size_t times, std::string_view tail = "") {
+        std::string s;
+        for (std::size_t i = 0; i < times; ++i) s += part;
+        return Of(s + std::string(tail));
+    };
+    const Bytes shaped[] = {text("ab", 6), text("aab", 4, "a"), text("a", 9, "b"), text("b", 1, std::string(9, 'a')),
+                            text("a", 12), text("abaab", 3), text("a", 70, "b"), text("b", 1, std::string(70, 'a')),
+                            text("abc", 3, "abd"), text("zyx", 1, "a")};
+    std::mt19937 random(77);
+    std::uniform_int_distribution<int> letter('a', 'b');
+    const auto randomBytes = [&](std::size_t n) {
+        Bytes b(n);
+        for (auto &c : b) c = static_cast<uint8_t>(letter(random));
+        return b;
+    };
+    for (std::size_t n : {0, 1, 2, 5, 8, 16, 31, 63, 64, 65, 66, 70, 127, 128, 129, 200, 300}) {
+        Bytes hay = randomBytes(n);
+        std::vector<Bytes> needles(std::begin(shaped), std::end(shaped));
+        for (std::size_t m = 1; m <= 12; ++m) needles.push_back(randomBytes(m));
+        // Pieces of the haystack itself, the last ones ending at its end.
+        for (std::size_t m : {2, 5, 9, 17}) {
+            if (m > n) continue;
+            needles.emplace_back(hay.end() - static_cast<std::ptrdiff_t>(m), hay.end());
+            const std::size_t at = random() % (n - m + 1);
+            needles.emplace_back(hay.begin() + static_cast<std::ptrdiff_t>(at), hay.begin() + static_cast<std::ptrdiff_t>(at + m));
+        }
+        for (const Bytes &needle : needles) {
+            for (std::size_t start : {0, 1, 3}) {
+                if (start <= n) check(hay, needle, start);
+            }
+        }
+    }
+    // A run of 'a' broken every 40 bytes: each candidate for 40 'a' fails
+    // late, so the search moves to Two-Way; the run sits before, near or
+    // far past that point, or nowhere.
+    const Bytes forty(40, 'a');
+    for (std::size_t at : {0, 100, 1000, 3000, 5000}) {
+        Bytes hay = text(std::string(39, 'a') + "b", 100);
+        if (at < hay.size()) std::fill_n(hay.begin() + static_cast<std::ptrdiff_t>(at), 41, 'a');
+        check(hay, forty, 0);
+        check(hay, text("a", 38, "b"), 7);
+    }
+    // The needle that makes a plain search quadratic, absent and at the end.
+    Bytes run(1 << 16, 'a');
+    const Bytes aThenB = text("a", 1000, "b");
+    for (const intptr_t expected : {-1, (1 << 16) - 1001}) {
+        if (expected >= 0) run.back() = 'b';
+        for (Find find : finds) {
+            const uint8_t *found = find(run.data(), run.size(), aThenB.data(), aThenB.size());
+            EXPECT_EQ(found ? found - run.data() : -1, expected);
+        }
+    }
 }
 
 }  // namespace
