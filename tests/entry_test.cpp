@@ -76,6 +76,8 @@ struct DebugSwitchCase {
     const char *value;  // nullptr: unset
     bool on;
 };
+// Printed by its name: gtest would otherwise dump the padding bytes.
+void PrintTo(const DebugSwitchCase &c, std::ostream *out) { *out << c.name; }
 
 class DebugSwitchTest : public LoadTest, public ::testing::WithParamInterface<DebugSwitchCase> {};
 
