@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
+#include <cstdlib>
 #include <cstring>
 
 #include "hostvalues/blocks.h"
 #include "hostvalues/raise.h"
+#include "kernels/dispatch.h"
+#include "kernels/overlap.h"
 
 namespace qvt {
 
@@ -19,17 +23,72 @@ bool RaisedForNil(REALobject block, REALobject source) {
 
 uint8_t *Bytes(REALobject block) { return static_cast<uint8_t *>(GetBlockPtr(block)); }
 
+// ---- Byte runs -------------------------------------------------------------
+
 // memcpy where the ranges are apart, else the ascending byte loop it stands
 // for, so that a run that overlaps its destination still gives those bytes.
 void CopyAscending(uint8_t *to, const uint8_t *from, size_t count) {
-    const auto t = reinterpret_cast<uintptr_t>(to);
-    const auto f = reinterpret_cast<uintptr_t>(from);
-    if (t + count <= f || f + count <= t) {
+    if (!kernels::Overlap(to, count, from, count)) {
         std::memcpy(to, from, count);
         return;
     }
     for (size_t i = 0; i < count; ++i) to[i] = from[i];
 }
+
+// Runs of W bytes every S bytes with both fixed: a counted loop the
+// compiler turns into vector shuffles. Source and destination are apart.
+template <int W, int S>
+[[gnu::always_inline]] inline void GatherFixed(uint8_t *__restrict to, const uint8_t *__restrict from,
+                                               size_t runs) {
+    for (size_t i = 0; i < runs; ++i) {
+        for (int k = 0; k < W; ++k) to[W * i + k] = from[S * i + k];
+    }
+}
+
+#define QVT_GATHER(W, S)                                                                   \
+    QVT_VECTOR_CLONES void Gather##W##Of##S(uint8_t *__restrict to,                        \
+                                            const uint8_t *__restrict from, size_t runs) { \
+        GatherFixed<W, S>(to, from, runs);                                                 \
+    }
+QVT_GATHER(1, 2)
+QVT_GATHER(1, 3)
+QVT_GATHER(2, 3)
+QVT_GATHER(1, 4)
+QVT_GATHER(2, 4)
+QVT_GATHER(3, 4)
+QVT_GATHER(4, 8)
+#undef QVT_GATHER
+
+using Gather = void (*)(uint8_t *, const uint8_t *, size_t);
+
+// The interleavings of samples and pixels met most that the compiler
+// vectorises: channels of 8-bit RGB or RGBA, 16-bit and float stereo.
+constexpr struct {
+    intptr_t width, step;
+    Gather gather;
+} kFixedGathers[] = {{1, 2, &Gather1Of2}, {1, 3, &Gather1Of3}, {2, 3, &Gather2Of3},
+                     {1, 4, &Gather1Of4}, {2, 4, &Gather2Of4}, {3, 4, &Gather3Of4},
+                     {4, 8, &Gather4Of8}};
+
+// Short runs at any distance, sign included: each run one fixed-size copy.
+template <size_t W>
+void GatherRuns(uint8_t *to, const uint8_t *from, intptr_t step, size_t runs) {
+    for (size_t i = 0; i < runs; ++i, to += W, from += step) std::memcpy(to, from, W);
+}
+
+void GatherAny(uint8_t *to, const uint8_t *from, size_t width, intptr_t step, size_t runs) {
+    switch (width) {
+        case 1: return GatherRuns<1>(to, from, step, runs);
+        case 2: return GatherRuns<2>(to, from, step, runs);
+        case 3: return GatherRuns<3>(to, from, step, runs);
+        case 4: return GatherRuns<4>(to, from, step, runs);
+        case 8: return GatherRuns<8>(to, from, step, runs);
+        default:
+            for (size_t i = 0; i < runs; ++i, to += width, from += step) std::memcpy(to, from, width);
+    }
+}
+
+// ---- Bit runs ----------------------------------------------------------------
 
 // Reads a source bit by bit, entering a byte only when a bit of it is asked
 // for; taken or dropped alike. `position` is the bit still to come, -1 when
@@ -74,31 +133,150 @@ struct BitReader {
     int position;
 };
 
-// Writes whole bytes from an accumulator that starts at 0; the destination
-// is never read.
+// Stores whole bytes as soon as they are full, from bits that start at 0;
+// the destination is never read. `pending` bits wait in the low end of
+// `bits`, the first of them being the byte's top bit.
 struct BitWriter {
     BitWriter(uint8_t *bytes, intptr_t offsetBit)
-        : data(bytes), index(offsetBit / 8), position(static_cast<int>(7 - offsetBit % 8)) {}
+        : data(bytes + offsetBit / 8), pending(static_cast<int>(offsetBit % 8)) {}
 
-    void Put(unsigned bits, int count) {
-        position -= count;
-        accumulator |= bits << (position + 1);
-        if (position < 0) {
-            data[index++] = static_cast<uint8_t>(accumulator);
-            accumulator = 0;
-            position = 7;
+    // Up to 8 bits, the first in the top place of `value`.
+    void Put(unsigned value, int count) {
+        bits = (bits << count) | value;
+        pending += count;
+        if (pending >= 8) {
+            pending -= 8;
+            *data++ = static_cast<uint8_t>(bits >> pending);
+            bits &= (1u << pending) - 1;
         }
     }
 
     void Finish() {
-        if (position != 7) data[index] = static_cast<uint8_t>(accumulator);
+        if (pending) *data = static_cast<uint8_t>(bits << (8 - pending));
     }
 
     uint8_t *data;
-    intptr_t index;
-    unsigned accumulator = 0;
-    int position;
+    unsigned bits = 0;
+    int pending;
 };
+
+// The bits one step after another takes from a stream, as a repeating
+// pattern of `period` bits of which the first `count` are taken.
+struct Pattern {
+    intptr_t count, period;
+    bool Taken(intptr_t consumed) const { return consumed % period < count; }
+};
+
+// Steps of `count` bits with a gap, generally: whole runs as far as the
+// reader's and the writer's bytes allow, gaps skipped whole.
+void CopyRuns(BitReader &reader, BitWriter &writer, intptr_t count, intptr_t gap, intptr_t steps) {
+    for (intptr_t step = 0; step < steps; ++step) {
+        for (intptr_t left = count; left > 0;) {
+            int taken;
+            const unsigned bits = reader.Take(left, taken);
+            writer.Put(bits, taken);
+            left -= taken;
+        }
+        if (gap > 0) reader.Drop(gap);
+    }
+}
+
+constexpr intptr_t kPatternBits = 512;
+
+// A pattern whose period divides 8 sits the same way in every byte: the
+// bits a byte keeps come from a table made for that phase. Bits up to the
+// first byte boundary and after the last whole byte go one by one.
+void CopyPattern(BitReader &reader, BitWriter &writer, Pattern pattern, intptr_t total) {
+    intptr_t consumed = 0;
+    auto oneBit = [&] {
+        int taken;
+        const unsigned bit = reader.Take(1, taken);
+        if (pattern.Taken(consumed++)) writer.Put(bit, 1);
+    };
+    while (consumed < total && reader.position != 7 && reader.position != -1) oneBit();
+
+    // The table comes from one for each half of the byte.
+    const intptr_t phase = consumed % pattern.period;
+    uint8_t halves[2][16];
+    for (int half = 0; half < 2; ++half) {
+        for (unsigned nibble = 0; nibble < 16; ++nibble) {
+            unsigned bits = 0;
+            for (int k = 0; k < 4; ++k) {
+                if (pattern.Taken(phase + 4 * half + k)) bits = (bits << 1) | ((nibble >> (3 - k)) & 1);
+            }
+            halves[half][nibble] = static_cast<uint8_t>(bits);
+        }
+    }
+    int keptLow = 0;
+    for (int k = 4; k < 8; ++k) keptLow += pattern.Taken(phase + k);
+    uint8_t table[256];
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        table[byte] = static_cast<uint8_t>((halves[0][byte >> 4] << keptLow) | halves[1][byte & 15]);
+    }
+    // Whole bytes, from the first with no bit consumed yet; each is read
+    // after every store that the bits before it cause, as bit by bit.
+    const int kept = static_cast<int>(8 * pattern.count / pattern.period);
+    const intptr_t first = reader.index + (reader.position == 7 ? 0 : 1);
+    const intptr_t whole = (total - consumed) / 8;
+    uint8_t *out = writer.data;
+    unsigned bits = writer.bits;
+    int pending = writer.pending;
+    for (intptr_t b = 0; b < whole; ++b) {
+        bits = (bits << kept) | table[reader.data[first + b]];
+        pending += kept;
+        if (pending >= 8) {
+            pending -= 8;
+            *out++ = static_cast<uint8_t>(bits >> pending);
+        }
+    }
+    writer.data = out;
+    writer.bits = bits & ((1u << pending) - 1);
+    writer.pending = pending;
+    if (whole > 0) {
+        reader.index = first + whole - 1;
+        reader.position = -1;
+        consumed += 8 * whole;
+    }
+
+    while (consumed < total) oneBit();
+}
+
+// ---- Bit expansion -------------------------------------------------------------
+
+// Values within a byte don't spill: every destination byte is its own
+// selection, which vectorises.
+QVT_VECTOR_CLONES void ExpandToBytes(uint8_t *__restrict to, const uint8_t *__restrict from,
+                                     size_t count, uint8_t low, uint8_t high) {
+    for (size_t b = 0; b < count; ++b) {
+        const unsigned byte = from[b];
+        for (unsigned k = 0; k < 8; ++k) to[8 * b + k] = ((byte >> (7 - k)) & 1) ? high : low;
+    }
+}
+
+// Any values: the four destination bytes of each nibble, as the 32-bit
+// number of four selected values shifted by 0, 8, 16 and 24, in memory low
+// byte first.
+void ExpandSpilling(uint8_t *to, const uint8_t *from, size_t count, uint32_t low, uint32_t high) {
+    uint32_t nibbleBytes[16];
+    for (unsigned nibble = 0; nibble < 16; ++nibble) {
+        uint32_t word = 0;
+        for (unsigned k = 0; k < 4; ++k) word |= ((nibble & (8u >> k)) ? high : low) << (8 * k);
+        if constexpr (std::endian::native == std::endian::big) {
+            word = (word >> 24) | ((word >> 8) & 0xFF00) | ((word << 8) & 0xFF0000) | (word << 24);
+        }
+        nibbleBytes[nibble] = word;
+    }
+    // A group's four source bytes are read before its 32 bytes are written.
+    for (const uint8_t *end = from + count; from != end; from += 4) {
+        uint8_t group[4];
+        std::memcpy(group, from, 4);
+        for (const uint8_t byte : group) {
+            std::memcpy(to, &nibbleBytes[byte >> 4], 4);
+            std::memcpy(to + 4, &nibbleBytes[byte & 0x0F], 4);
+            to += 8;
+        }
+    }
+}
 
 }  // namespace
 
@@ -109,14 +287,32 @@ bool CopyNthBytesQVT(REALobject block, REALobject source, intptr_t sourceOffsetB
     // A negative count is outside the caller's part of the contract; it
     // copies nothing rather than reach memcpy as a huge size.
     if (numberOfSteps < 1 || byteCount < 1) return true;
-    const uint8_t *from = Bytes(source);
-    uint8_t *to = Bytes(block);
-    intptr_t readOffset = sourceOffsetBytes;
-    intptr_t writeOffset = destinationOffsetBytes;
-    for (intptr_t step = 0; step < numberOfSteps; ++step) {
-        CopyAscending(to + writeOffset, from + readOffset, static_cast<size_t>(byteCount));
-        readOffset += stepCount;
-        writeOffset += byteCount;
+    const uint8_t *from = Bytes(source) + sourceOffsetBytes;
+    uint8_t *to = Bytes(block) + destinationOffsetBytes;
+    const auto width = static_cast<size_t>(byteCount);
+    const auto runs = static_cast<size_t>(numberOfSteps);
+
+    // Where no run reads what another one writes, the order cannot show
+    // and the runs go together.
+    const intptr_t reach = (numberOfSteps - 1) * stepCount;
+    const uint8_t *lowest = from + std::min<intptr_t>(reach, 0);
+    const auto spanned = static_cast<size_t>(std::abs(reach)) + width;
+    if (!kernels::Overlap(to, width * runs, lowest, spanned)) {
+        if (stepCount == byteCount) {
+            std::memcpy(to, from, width * runs);
+            return true;
+        }
+        for (const auto &fixed : kFixedGathers) {
+            if (fixed.width == byteCount && fixed.step == stepCount) {
+                fixed.gather(to, from, runs);
+                return true;
+            }
+        }
+        GatherAny(to, from, width, stepCount, runs);
+        return true;
+    }
+    for (size_t run = 0; run < runs; ++run, from += stepCount, to += width) {
+        CopyAscending(to, from, width);
     }
     return true;
 }
@@ -126,23 +322,21 @@ bool CopyNthBitsQVT(REALobject block, REALobject source, intptr_t sourceOffsetBi
                     intptr_t numberOfSteps) {
     if (RaisedForNil(block, source)) return false;
     BitWriter writer(Bytes(block), destinationOffsetBits);
-    // With no bit to take or drop the reader's first byte is of no use, and
-    // a source without memory is left alone. The first byte at an unaligned
+    // With no bit to take the reader has nothing to give, and a source
+    // without memory is left alone. The first byte at an unaligned
     // destination offset is still stored, empty: the writer's rule holds
     // even when nothing was copied.
-    if (numberOfSteps >= 1 && (bitCount >= 1 || stepCount >= 1)) {
+    if (numberOfSteps >= 1 && bitCount >= 1) {
         BitReader reader(Bytes(source), sourceOffsetBits);
-        for (intptr_t step = 0; step < numberOfSteps; ++step) {
-            // As many bits at a time as both the reader's and the writer's
-            // byte still hold.
-            for (intptr_t left = bitCount; left > 0;) {
-                int count;
-                const unsigned bits =
-                    reader.Take(std::min<intptr_t>(left, writer.position + 1), count);
-                writer.Put(bits, count);
-                left -= count;
-            }
-            if (stepCount > 0) reader.Drop(stepCount);
+        const intptr_t count = std::max<intptr_t>(bitCount, 0);
+        const intptr_t gap = std::max<intptr_t>(stepCount, 0);
+        const Pattern pattern{count, count + gap};
+        const intptr_t total = pattern.period * numberOfSteps;
+        // The table pays from a few dozen bytes on.
+        if (gap > 0 && 8 % pattern.period == 0 && total >= kPatternBits) {
+            CopyPattern(reader, writer, pattern, total);
+        } else {
+            CopyRuns(reader, writer, count, gap, numberOfSteps);
         }
     }
     writer.Finish();
@@ -156,25 +350,14 @@ bool ExpandBitsQVT(REALobject block, REALobject dest, intptr_t sourceByteCount, 
     uint8_t *to = Bytes(dest);
     if (!from || !to) return false;
 
-    // The four destination bytes of each nibble, as the 32-bit number of
-    // four selected values shifted by 0, 8, 16 and 24, in memory low byte
-    // first.
-    const auto low = static_cast<uint32_t>(lowValue);
-    const auto high = static_cast<uint32_t>(highValue);
-    uint32_t nibbleBytes[16];
-    for (unsigned nibble = 0; nibble < 16; ++nibble) {
-        uint32_t word = 0;
-        for (unsigned k = 0; k < 4; ++k) word |= ((nibble & (8u >> k)) ? high : low) << (8 * k);
-        if constexpr (std::endian::native == std::endian::big) {
-            word = (word >> 24) | ((word >> 8) & 0xFF00) | ((word << 8) & 0xFF0000) | (word << 24);
-        }
-        nibbleBytes[nibble] = word;
-    }
-
-    const intptr_t groups = sourceByteCount / 4 + (sourceByteCount % 4 != 0);
-    for (const uint8_t *end = from + groups * 4; from != end; ++from, to += 8) {
-        std::memcpy(to, &nibbleBytes[*from >> 4], 4);
-        std::memcpy(to + 4, &nibbleBytes[*from & 0x0F], 4);
+    const auto count = 4 * static_cast<size_t>(sourceByteCount / 4 + (sourceByteCount % 4 != 0));
+    const bool bytes = lowValue >= 0 && lowValue <= 255 && highValue >= 0 && highValue <= 255;
+    // Overlapping ranges are the caller's fault; they still get the bytes
+    // of the ascending loop.
+    if (bytes && !kernels::Overlap(to, 8 * count, from, count)) {
+        ExpandToBytes(to, from, count, static_cast<uint8_t>(lowValue), static_cast<uint8_t>(highValue));
+    } else {
+        ExpandSpilling(to, from, count, static_cast<uint32_t>(lowValue), static_cast<uint32_t>(highValue));
     }
     return true;
 }

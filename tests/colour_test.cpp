@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <limits>
+#include <random>
 
 #include "kernel_fixture.h"
 #include "kernels/colour.h"
@@ -15,6 +16,7 @@ namespace {
 using test::Bytes;
 
 class ColourTest : public test::KernelTest {};
+class ColourDifferentialTest : public test::QuietKernelTest {};
 
 // One channel's source and tolerance, with bytes that must and must not
 // match; the other channels match exactly.
@@ -130,6 +132,107 @@ TEST_F(ColourTest, TwelveBitSamplesKeepTheirTopEightBitsInPlace) {
     }
     Balanced([] { ConvertRGB12BitTo8BitQVT(nullptr, 3); });
     EXPECT_TRUE(simhost::TakeExceptions().empty());
+}
+
+// ---- Against literal transcriptions of the rules -----------------------------
+
+struct Range {
+    intptr_t offset, length;
+};
+
+// The pixels a range covers, from the block's size when the length isn't positive.
+std::size_t PixelCount(std::size_t size, Range r) {
+    const intptr_t bytes = r.length > 0 ? r.length : static_cast<intptr_t>(size) - r.offset;
+    return bytes > 0 ? (static_cast<std::size_t>(bytes) + 3) / 4 : 0;
+}
+
+void Calc3teReference(Bytes &b, const intptr_t (&source)[4], const intptr_t (&dest)[4], double tolerance, Range r) {
+    int32_t upper[4], lower[4];
+    for (int c = 0; c < 4; ++c) {
+        upper[c] = static_cast<int32_t>(static_cast<double>(source[c]) * (1.0 + tolerance));
+        lower[c] = static_cast<int32_t>(static_cast<double>(source[c]) * (1.0 - tolerance));
+    }
+    for (std::size_t i = 0; i < PixelCount(b.size(), r); ++i) {
+        uint8_t *p = b.data() + r.offset + 4 * i;
+        bool matches = true;
+        for (int c = 0; c < 4; ++c) matches = matches && p[c] >= lower[c] && p[c] <= upper[c];
+        if (matches) {
+            for (int c = 0; c < 4; ++c) p[c] = static_cast<uint8_t>(dest[c]);
+        }
+    }
+}
+
+void Calc2teReference(Bytes &b, int channels, intptr_t byteMax, bool withSum0, Range r) {
+    for (std::size_t i = 0; i < PixelCount(b.size(), r); ++i) {
+        uint8_t *p = b.data() + r.offset + 4 * i;
+        intptr_t sum = 0;
+        for (int c = 0; c < channels; ++c) sum += p[c];
+        if (sum >= byteMax || (withSum0 && sum == 0)) {
+            p[3] = 0;
+        } else if (byteMax - sum >= 255) {
+            p[3] = 255;
+        } else {
+            p[3] = static_cast<uint8_t>(byteMax - sum);
+        }
+    }
+}
+
+// Pixel counts around the vector widths, at every alignment; pixels near
+// the source colour so that limits are met and missed, and small channels
+// for sums of 0.
+TEST_F(ColourDifferentialTest, PixelKernelsAreTheRules) {
+    std::mt19937 random(13);
+    const Range ranges[] = {{0, 0}, {1, 4 * 7 + 1}, {2, 4 * 8}, {3, 4 * 9 - 2}, {5, 4 * 16}, {6, 4 * 33}, {7, 4 * 100 + 3}, {8, 0}};
+    const double tolerances[] = {0.0, 0.1, 0.25, -0.1, 1.0, 3.5, 0.003};
+    const intptr_t sources[] = {0, 1, 9, 100, 128, 200, 254, 255, 256, 400, -3, 1000};
+    const intptr_t byteMaxes[] = {-7, -1, 0, 1, 2, 100, 254, 255, 256, 300, 509, 510, 764, 765, 766, 1019, 1020, 1021, 1275, 1276, 2000, 2001, 1000000};
+    for (int round = 0; round < 200; ++round) {
+        const Range r = ranges[round % std::size(ranges)];
+        Bytes before(4 * 110, 0);
+        intptr_t source[4], dest[4];
+        for (auto &v : source) v = sources[random() % std::size(sources)];
+        for (auto &v : dest) v = static_cast<intptr_t>(random() % 600) - 100;
+        const int spread = 1 << (random() % 8);
+        for (std::size_t i = 0; i < before.size(); ++i) {
+            const auto near = static_cast<int>(source[i % 4]) + static_cast<int>(random() % (2 * spread + 1)) - spread;
+            before[i] = static_cast<uint8_t>(round % 3 == 0 ? random() % (spread + 1) : std::clamp(near, 0, 255));
+        }
+        const double tolerance = tolerances[random() % std::size(tolerances)];
+        Bytes expected = before;
+        Calc3teReference(expected, source, dest, tolerance, r);
+        EXPECT_EQ(After(before, [&](REALobject b) {
+                      Calc3te(b, source[0], source[1], source[2], source[3], dest[0], dest[1], dest[2], dest[3], tolerance, r.offset, r.length);
+                  }),
+                  expected)
+            << round << " " << source[0] << " " << source[1] << " " << source[2] << " " << source[3] << " " << tolerance;
+        for (int channels : {3, 4}) {
+            const intptr_t byteMax = byteMaxes[random() % std::size(byteMaxes)];
+            const bool withSum0 = random() % 2;
+            expected = before;
+            Calc2teReference(expected, channels, byteMax, withSum0, r);
+            const auto kernel = channels == 3 ? &Calc2teCMY : &Calc2teCMYK;
+            EXPECT_EQ(After(before, [&](REALobject b) { kernel(b, byteMax, r.offset, r.length, withSum0); }), expected)
+                << round << " " << channels << " " << byteMax << " " << withSum0;
+        }
+    }
+}
+
+// Widths from the first groups, which go one at a time, to long runs.
+TEST_F(ColourDifferentialTest, TwelveBitPackingIsTheStepLoop) {
+    std::mt19937 random(17);
+    for (intptr_t width : {1, 2, 3, 9, 10, 11, 12, 21, 22, 23, 40, 64, 100, 333, 1000}) {
+        const Bytes before = test::RandomBytes(9 * static_cast<std::size_t>(width) + 7, random);
+        Bytes expected = before;
+        for (intptr_t step = 0; step < width; ++step) {
+            uint8_t s[9];
+            std::copy_n(expected.begin() + 9 * step, 9, s);
+            for (int g = 0; g < 3; ++g) {
+                expected[6 * step + 2 * g] = s[3 * g];
+                expected[6 * step + 2 * g + 1] = static_cast<uint8_t>((s[3 * g + 1] << 4) | (s[3 * g + 2] >> 4));
+            }
+        }
+        EXPECT_EQ(After(before, [&](REALobject b) { ConvertRGB12BitTo8BitQVT(b, width); }), expected) << width;
+    }
 }
 
 }  // namespace

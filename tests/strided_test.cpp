@@ -119,6 +119,49 @@ TEST_F(StridedTest, CopiesAreThePlainRuleEvenOnOneBlock) {
     }
 }
 
+// Long runs take the gathers and the bit tables: every fixed width and step,
+// others, sizes around the vector widths, odd offsets, apart and on one
+// block (where ranges may overlap).
+TEST_F(StridedTest, LongCopiesAreThePlainRule) {
+    std::mt19937 random(11);
+    const Bytes before = RandomBytes(8192, random);
+    const struct {
+        Copy copy;
+        void (*reference)(const uint8_t *, uint8_t *, const Stride &);
+        std::vector<std::pair<intptr_t, intptr_t>> shapes;  // count, step
+        std::vector<intptr_t> steps;
+    } families[] = {
+        {&CopyNthBytesQVT, &CopyNthBytesReference,
+         {{1, 2}, {1, 3}, {2, 3}, {1, 4}, {2, 4}, {3, 4}, {3, 6}, {4, 8}, {3, 3}, {5, 7}, {8, 9}, {4, 5}, {2, -3}, {3, 0}, {4, 2}},
+         {1, 7, 8, 31, 32, 33, 65, 200, 511}},
+        {&CopyNthBitsQVT, &CopyNthBitsReference,
+         {{1, 1}, {1, 3}, {2, 2}, {3, 1}, {1, 7}, {5, 3}, {7, 1}, {4, 4}, {2, 5}, {3, 0}},
+         {1, 63, 64, 65, 127, 128, 129, 1000, 4001}},
+    };
+    for (const auto &f : families) {
+        for (const auto &[count, step] : f.shapes) {
+            for (intptr_t steps : f.steps) {
+                const bool oneBlock = random() % 2;
+                const intptr_t unit = f.copy == &CopyNthBitsQVT ? 8 : 1;
+                const intptr_t from = static_cast<intptr_t>(random() % (1500 * unit)) + (step < 0 ? -step * (steps - 1) : 0);
+                const intptr_t to = static_cast<intptr_t>(random() % (3000 * unit));
+                const Stride s{from, to, count, step, steps};
+                Bytes expectedSource = before, expectedDest = before;
+                f.reference(expectedSource.data(), oneBlock ? expectedSource.data() : expectedDest.data(), s);
+                REALobject source = simhost::NewBlock(before);
+                REALobject dest = oneBlock ? source : simhost::NewBlock(before);
+                EXPECT_TRUE(Balanced([&] { return f.copy(dest, source, s.from, s.to, s.count, s.step, s.steps); }));
+                ASSERT_EQ(Contents(source), expectedSource) << s.from << " " << s.to << " " << count << " " << step << " " << steps;
+                if (!oneBlock) {
+                    ASSERT_EQ(Contents(dest), expectedDest) << s.from << " " << s.to << " " << count << " " << step << " " << steps;
+                    simhost::Release(dest);
+                }
+                simhost::Release(source);
+            }
+        }
+    }
+}
+
 TEST_F(StridedTest, CopyingFromOrToNilRaisesAndCopiesNothing) {
     REALobject block = simhost::NewBlock(Bytes{1, 2});
     for (Copy copy : {&CopyNthBytesQVT, &CopyNthBitsQVT}) {
@@ -167,14 +210,17 @@ TEST_F(StridedTest, ExpandBitsExpandsWholeGroupsOfFourSourceBytes) {
         EXPECT_EQ(Bytes(all.begin(), all.begin() + 8), w.expanded);
     }
     std::mt19937 random(7);
-    const Bytes source = RandomBytes(16, random);
+    const Bytes source = RandomBytes(144, random);
     const intptr_t values[] = {0, 255, 7, 0x1FF, -2, 0x12345678};
-    for (intptr_t count = 1; count <= 13; ++count) {
-        const intptr_t low = values[random() % 6], high = values[random() % 6];
+    // Values within a byte and others; sizes around the vector widths.
+    const intptr_t counts[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 31, 32, 33, 63, 64, 65, 97, 129, 140};
+    for (std::size_t round = 0; round < 3 * std::size(counts); ++round) {
+        const intptr_t count = counts[round % std::size(counts)];
+        const intptr_t low = values[random() % (round < std::size(counts) ? 3 : 6)], high = values[random() % 6];
         REALobject from = simhost::NewBlock(source);
-        REALobject dest = simhost::NewBlock(Bytes(8 * 16 + 8, 0xEE));
+        REALobject dest = simhost::NewBlock(Bytes(8 * 144 + 8, 0xEE));
         EXPECT_TRUE(Balanced([&] { return ExpandBitsQVT(from, dest, count, low, high); }));
-        EXPECT_EQ(Contents(dest), ExpandReference(source, count, low, high, 8 * 16 + 8, 0xEE))
+        EXPECT_EQ(Contents(dest), ExpandReference(source, count, low, high, 8 * 144 + 8, 0xEE))
             << count << " " << low << " " << high;
         for (REALobject block : {from, dest}) simhost::Release(block);
     }
