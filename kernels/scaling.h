@@ -1,6 +1,7 @@
 // Multiplying unsigned samples in place by a factor, with saturation: bytes
-// through a table of all 256 results, 16-bit samples in the machine's byte
-// order one by one. A negative `multiplyOnlyOver` scales every sample,
+// through a table of all 256 results (or a form of it with vectors that
+// gives every entry), 16-bit samples in the machine's byte order each on
+// its own. A negative `multiplyOnlyOver` scales every sample,
 // otherwise only those above it.
 #pragma once
 

@@ -7,56 +7,112 @@
 #include "diagnostics/debuglog.h"
 #include "hostvalues/allocation.h"
 #include "hostvalues/blocks.h"
+#include "kernels/dispatch.h"
 #include "kernels/overlap.h"
 #include "kernels/wordwise.h"
 
 namespace qvt {
 
+namespace kernels {
+
+Reciprocal ReciprocalOf(uint32_t divisor) {
+    if (divisor > 0xFFFF) return {0, 0, 0};
+    const auto log = static_cast<uint32_t>(std::bit_width(divisor)) - 1;
+    const uint32_t shift = 16 + log;
+    if (std::has_single_bit(divisor)) return {0, uint32_t{1} << 16, shift};
+    const uint64_t power = uint64_t{1} << shift;
+    const auto down = static_cast<uint32_t>(power / divisor);
+    const uint32_t up = down + 1;
+    if (uint64_t{up} * divisor - power <= (uint64_t{1} << log)) return {0, up, shift};
+    return {1, down, shift};
+}
+
+}  // namespace kernels
+
 namespace {
 
+// Below this many samples, or with the ranges overlapping, the samples go
+// one at a time.
 constexpr std::size_t kBlockSamples = 32;
 constexpr std::size_t kBlockSamples257 = 16;
 
-// Ascending, one sample at a time; blocks of `Block` samples through local
-// copies (which the compiler may vectorise) only while source and
-// destination are apart, so a sample written early can't be read as source.
-template <std::size_t Block, typename Widen>
-void WidenSamples(uint8_t *dest, const uint8_t *source, std::size_t count, Widen widen) {
-    std::size_t i = 0;
-    if (count >= Block && !kernels::Overlap(source, count, dest, 2 * count)) {
-        for (; count - i >= Block; i += Block) {
-            uint8_t in[Block];
-            uint16_t out[Block];
-            std::memcpy(in, source + i, sizeof in);
-            for (std::size_t k = 0; k < Block; ++k) out[k] = widen(in[k]);
-            std::memcpy(dest + 2 * i, out, sizeof out);
-        }
+// The rule of each loop for one sample. Compilers shift by a count known
+// only at run time in 32-bit lanes, so shifts are written as products that
+// stay in 16 bits: a left shift is the product by the power of two, which
+// is the rule for any other factor; a right shift by k is the high half of
+// the product by 2^(16-k).
+struct Times257 {
+    uint16_t operator()(uint8_t s) const { return static_cast<uint16_t>(s * 257u); }
+};
+struct Times {
+    uint16_t factor;
+    uint16_t operator()(uint8_t s) const { return static_cast<uint16_t>(s * factor); }
+};
+struct ShiftDown {
+    uint16_t multiplier;
+    uint8_t operator()(uint16_t s) const {
+        return static_cast<uint8_t>((uint32_t{s} * multiplier) >> 16);
     }
-    for (; i < count; ++i) {
-        const uint16_t sample = widen(source[i]);
+};
+struct Over257 {
+    uint8_t operator()(uint16_t s) const { return static_cast<uint8_t>(s / 257u); }
+};
+struct Over {
+    kernels::Reciprocal r;
+    uint8_t operator()(uint16_t s) const {
+        return static_cast<uint8_t>(((s + r.add) * r.multiplier) >> r.shift);
+    }
+};
+
+// Ascending, one sample at a time.
+template <typename Rule>
+[[gnu::always_inline]] inline void WidenEach(uint8_t *dest, const uint8_t *source,
+                                             std::size_t count, Rule rule) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const uint16_t sample = rule(source[i]);
         std::memcpy(dest + 2 * i, &sample, sizeof sample);
     }
 }
 
-// The same for 16 to 8 bits; a `Block` of 0 has only the sample loop.
-template <std::size_t Block, typename Narrow>
-void NarrowSamples(uint8_t *dest, const uint8_t *source, std::size_t count, Narrow narrow) {
-    std::size_t i = 0;
-    if constexpr (Block > 0) {
-        if (count >= Block && !kernels::Overlap(source, 2 * count, dest, count)) {
-            for (; count - i >= Block; i += Block) {
-                uint16_t in[Block];
-                uint8_t out[Block];
-                std::memcpy(in, source + 2 * i, sizeof in);
-                for (std::size_t k = 0; k < Block; ++k) out[k] = narrow(in[k]);
-                std::memcpy(dest + i, out, sizeof out);
-            }
-        }
-    }
-    for (; i < count; ++i) {
+template <typename Rule>
+[[gnu::always_inline]] inline void NarrowEach(uint8_t *dest, const uint8_t *source,
+                                              std::size_t count, Rule rule) {
+    for (std::size_t i = 0; i < count; ++i) {
         uint16_t sample;
         std::memcpy(&sample, source + 2 * i, sizeof sample);
-        dest[i] = narrow(sample);
+        dest[i] = rule(sample);
+    }
+}
+
+// The same loops for ranges apart, where the order cannot show: plain
+// functions, so that they get the vector clones.
+#define QVT_APART(Each, Rule)                                                              \
+    QVT_VECTOR_CLONES void Apart(uint8_t *__restrict dest, const uint8_t *__restrict source, \
+                                 std::size_t count, Rule rule) {                           \
+        Each(dest, source, count, rule);                                                   \
+    }
+QVT_APART(WidenEach, Times257)
+QVT_APART(WidenEach, Times)
+QVT_APART(NarrowEach, ShiftDown)
+QVT_APART(NarrowEach, Over257)
+QVT_APART(NarrowEach, Over)
+#undef QVT_APART
+
+template <std::size_t Block, typename Rule>
+void WidenWith(uint8_t *dest, const uint8_t *source, std::size_t count, Rule rule) {
+    if (count >= Block && !kernels::Overlap(source, count, dest, 2 * count)) {
+        Apart(dest, source, count, rule);
+    } else {
+        WidenEach(dest, source, count, rule);
+    }
+}
+
+template <std::size_t Block, typename Rule>
+void NarrowWith(uint8_t *dest, const uint8_t *source, std::size_t count, Rule rule) {
+    if (count >= Block && !kernels::Overlap(source, 2 * count, dest, count)) {
+        Apart(dest, source, count, rule);
+    } else {
+        NarrowEach(dest, source, count, rule);
     }
 }
 
@@ -70,33 +126,25 @@ void Widen(uint8_t *dest, const uint8_t *source, std::size_t count, int32_t divi
     const uint16_t factor = static_cast<uint16_t>(divisor);
     if (factor == 0) {
         ClearMemory(dest, 2 * static_cast<int64_t>(count));
-    } else if (IsShiftValue(factor)) {
-        const int shift = std::countr_zero(factor);
-        WidenSamples<kBlockSamples>(dest, source, count,
-                                    [shift](uint8_t s) { return static_cast<uint16_t>(s << shift); });
     } else if (factor == 257) {
-        WidenSamples<kBlockSamples>(dest, source, count,
-                                    [](uint8_t s) { return static_cast<uint16_t>(s * 257u); });
+        WidenWith<kBlockSamples>(dest, source, count, Times257{});
     } else {
-        WidenSamples<kBlockSamples>(dest, source, count,
-                                    [factor](uint8_t s) { return static_cast<uint16_t>(s * factor); });
+        WidenWith<kBlockSamples>(dest, source, count, Times{factor});
     }
 }
 
+// Any other divisor multiplies by its reciprocal, which gives the quotient
+// exactly for every 16-bit sample, and so goes by blocks like the others.
 void Narrow(uint8_t *dest, const uint8_t *source, std::size_t count, int32_t divisor) {
     const auto by = static_cast<uint32_t>(divisor);
     if (by == 0) {
         ClearMemory(dest, static_cast<int64_t>(count));
     } else if (IsShiftValue(by)) {
-        const int shift = std::countr_zero(by);
-        NarrowSamples<kBlockSamples>(dest, source, count,
-                                     [shift](uint16_t s) { return static_cast<uint8_t>(s >> shift); });
+        NarrowWith<kBlockSamples>(dest, source, count, ShiftDown{static_cast<uint16_t>(0x10000u / by)});
     } else if (by == 257) {
-        NarrowSamples<kBlockSamples257>(dest, source, count,
-                                        [](uint16_t s) { return static_cast<uint8_t>(s / 257u); });
+        NarrowWith<kBlockSamples257>(dest, source, count, Over257{});
     } else {
-        NarrowSamples<0>(dest, source, count,
-                         [by](uint16_t s) { return static_cast<uint8_t>(s / by); });
+        NarrowWith<kBlockSamples>(dest, source, count, Over{kernels::ReciprocalOf(by)});
     }
 }
 

@@ -19,4 +19,19 @@ void CopyByteToUShortQVT(REALobject source, REALobject dest, intptr_t sourceOffs
 void CopyUShortToByteQVT(REALobject source, REALobject dest, intptr_t sourceOffset,
                          intptr_t destinationOffset, intptr_t byteCount, intptr_t divisor);
 
+namespace kernels {
+
+// x / divisor for every 16-bit x, exactly, as ((x + add) * multiplier) >>
+// shift without leaving 32 bits: the multiplier is 2^shift / divisor
+// rounded up, or rounded down with the dividend raised by one, whichever
+// errs by at most 2^shift / 2^16. A divisor above 65535 gives 0 for all.
+struct Reciprocal {
+    uint32_t add;
+    uint32_t multiplier;
+    uint32_t shift;
+};
+Reciprocal ReciprocalOf(uint32_t divisor);  // divisor 1 or more
+
+}  // namespace kernels
+
 }  // namespace qvt

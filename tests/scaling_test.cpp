@@ -2,9 +2,11 @@
 // threshold, the range and the refusals.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <random>
 
 #include "kernel_fixture.h"
 #include "kernels/colour.h"
@@ -30,6 +32,7 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 class ScalingTest : public test::KernelTest {};
+class ScalingDifferentialTest : public test::QuietKernelTest {};
 
 TEST_F(ScalingTest, BytesAreCutTowardZeroAndSaturate) {
     const struct { double factor; intptr_t offset, length, over; Bytes before, after; } cases[] = {
@@ -105,6 +108,87 @@ TEST_F(ScalingTest, RefusalsComeInOrderAndChangeNothing) {
     EXPECT_TRUE(simhost::TakeExceptions().empty());
     simhost::Release(foreign);
     simhost::Release(memoryless);
+}
+
+// The plain rule of one sample, as the 8-bit table holds it.
+template <typename Sample>
+Sample PlainScaled(unsigned value, double factor) {
+    constexpr double kLargest = std::numeric_limits<Sample>::max();
+    const double product = value * factor;
+    if (product >= kLargest) return std::numeric_limits<Sample>::max();
+    return product > 0.0 ? static_cast<Sample>(product) : 0;
+}
+
+// Factors on every path of both methods: products that land on integers,
+// factors whose rounded products stray from any line at a few bytes (0.58,
+// 1.4) or at many (just below 0.8 and 5/3), the edges of saturation, and
+// factors with no finite product.
+const double kFactors[] = {0.0, -0.0, 0.5, 0.999, 1.0, 1.5, 2.0, 0.29, 0.58, 1.4, 1.0 / 3,
+                           0.7999999999999999, 1.6666666666666665, 0.8181818181818181,
+                           1.0 - 0x1p-30, 1.0 + 0x1p-40, 254.9, 255.0, 255.5, 65534.9, 65535.0,
+                           65536.0, 1e300, 0x1p-1074, kInfinity, kNaN};
+const intptr_t kThresholds[] = {-1, 0, 100, 254, 255, 1000, 65534, 65535};
+
+// Every byte value, and every sample value, in a range at an odd offset,
+// against the plain rule; the bytes around the range stay.
+TEST_F(ScalingDifferentialTest, EveryValueGivesThePlainResult) {
+    std::mt19937 random(5);
+    Bytes values(256);
+    for (unsigned v = 0; v < 256; ++v) values[v] = static_cast<uint8_t>(v);
+    std::shuffle(values.begin(), values.end(), random);
+    Samples samples(65536);
+    for (unsigned v = 0; v < 65536; ++v) samples[v] = static_cast<uint16_t>(v);
+    std::shuffle(samples.begin(), samples.end(), random);
+    auto framed = [](Bytes bytes) {
+        bytes.insert(bytes.begin(), 0xEE);
+        bytes.insert(bytes.end(), {0x07, 0x08});
+        return bytes;
+    };
+    for (double factor : kFactors) {
+        for (intptr_t over : kThresholds) {
+            Bytes bytes = values;
+            for (auto &b : bytes) b = b > over ? PlainScaled<uint8_t>(b, factor) : b;
+            REALobject block = simhost::NewBlock(framed(values));
+            MultiplyUInt8QVT(block, factor, 1, 256, over);
+            ASSERT_EQ(Contents(block), framed(bytes)) << factor << " over " << over;
+            simhost::Release(block);
+
+            Samples scaled = samples;
+            for (auto &s : scaled) s = s > over ? PlainScaled<uint16_t>(s, factor) : s;
+            block = simhost::NewBlock(framed(BytesOf(samples)));
+            MultiplyUInt16QVT(block, factor, 1, 2 * 65536 + 1, over);
+            ASSERT_EQ(Contents(block), framed(BytesOf(scaled))) << factor << " over " << over;
+            simhost::Release(block);
+        }
+    }
+    EXPECT_TRUE(simhost::TakeExceptions().empty());
+}
+
+// Ranges of every length across the vector widths, at odd and even offsets.
+TEST_F(ScalingDifferentialTest, EveryLengthGivesThePlainResult) {
+    std::mt19937 random(7);
+    for (double factor : {0.58, 0.7999999999999999, 1.5, 0.5}) {
+        for (intptr_t length = 1; length <= 140; ++length) {
+            for (intptr_t offset : {1, 2}) {
+                const Bytes start = test::RandomBytes(static_cast<std::size_t>(length + 5), random);
+                Bytes bytes = start;
+                for (intptr_t i = offset; i < offset + length; ++i) {
+                    bytes[i] = PlainScaled<uint8_t>(bytes[i], factor);
+                }
+                EXPECT_EQ(After(start, [&](REALobject b) { MultiplyUInt8QVT(b, factor, offset, length, -1); }),
+                          bytes) << factor << " " << offset << " " << length;
+                bytes = start;
+                for (intptr_t i = offset; i + 1 < offset + length; i += 2) {
+                    uint16_t s;
+                    std::memcpy(&s, &bytes[i], 2);
+                    s = PlainScaled<uint16_t>(s, 3 * factor);
+                    std::memcpy(&bytes[i], &s, 2);
+                }
+                EXPECT_EQ(After(start, [&](REALobject b) { MultiplyUInt16QVT(b, 3 * factor, offset, length, -1); }),
+                          bytes) << factor << " " << offset << " " << length;
+            }
+        }
+    }
 }
 
 // The kernels of all four families reach the host under their declarations.

@@ -92,7 +92,7 @@ TEST_F(WidthDifferentialTest, EveryLoopGivesThePerSampleResult) {
     for (int c = 0; c <= 70; ++c) counts.push_back(c);
     std::mt19937 random(3);
     for (const auto &d : directions) {
-        for (int32_t divisor : {0, 1, 2, 256, 16384, 32768, 257, 3, 65535, 65538, -1, 0x7FFFFFFF}) {
+        for (int32_t divisor : {0, 1, 2, 256, 16384, 32768, 257, 3, 7, 65535, 65538, -1, 0x7FFFFFFF}) {
             for (int count : counts) {
                 const auto span = static_cast<std::size_t>(2 * std::max(count, 0));
                 // Source at `base`; destinations relative to it, one far apart.
@@ -113,6 +113,45 @@ TEST_F(WidthDifferentialTest, EveryLoopGivesThePerSampleResult) {
         }
     }
     EXPECT_TRUE(simhost::TakeExceptions().empty());
+}
+
+// The quotient through the reciprocal never leaves 32 bits and rises with
+// the dividend, so it equals x / divisor everywhere when it does at both
+// ends of each run of dividends that share a quotient: every dividend of
+// every divisor, in a few million steps.
+TEST(ReciprocalTest, GivesEveryQuotientOfEverySixteenBitDividend) {
+    for (uint32_t divisor = 1; divisor <= 65537; ++divisor) {
+        const kernels::Reciprocal r = kernels::ReciprocalOf(divisor);
+        ASSERT_LT((65535 + uint64_t{r.add}) * r.multiplier, uint64_t{1} << 32) << divisor;
+        ASSERT_LT(r.shift, 32u) << divisor;
+        auto quotient = [&](uint32_t x) { return ((x + r.add) * r.multiplier) >> r.shift; };
+        for (uint32_t q = 0; q <= 65535 / divisor; ++q) {
+            ASSERT_EQ(quotient(q * divisor), q) << divisor;
+            ASSERT_EQ(quotient(std::min(q * divisor + divisor - 1, 65535u)), q) << divisor;
+        }
+    }
+    EXPECT_EQ(kernels::ReciprocalOf(0xFFFFFFFFu).multiplier, 0u);
+}
+
+// Every sample value through the narrowing loops, a range at odd addresses.
+TEST_F(WidthDifferentialTest, EverySampleGivesItsQuotient) {
+    Bytes samples(2 * 65536 + 1);
+    for (uint32_t x = 0; x < 65536; ++x) {
+        const auto sample = static_cast<uint16_t>(x);
+        std::memcpy(&samples[1 + 2 * x], &sample, 2);
+    }
+    REALobject source = simhost::NewBlock(samples);
+    for (int32_t divisor : {1, 2, 3, 5, 7, 255, 256, 257, 641, 1000, 16384, 32767, 32768, 65535,
+                            65536, -1}) {
+        Bytes expected(65536 + 2, 0xEE);
+        for (uint32_t x = 0; x < 65536; ++x) {
+            expected[1 + x] = static_cast<uint8_t>(x / static_cast<uint32_t>(divisor));
+        }
+        const Bytes dest = After(Bytes(65536 + 2, 0xEE),
+                                 [&](REALobject d) { CopyUShortToByteQVT(source, d, 1, 1, 65536, divisor); });
+        ASSERT_EQ(dest, expected) << divisor;
+    }
+    simhost::Release(source);
 }
 
 std::string Pointer(const void *p) {
