@@ -4,6 +4,7 @@
 #include <cstring>
 #include <functional>
 
+#include "kernels/dispatch.h"
 #include "kernels/overlap.h"
 #include "kernels/range.h"
 
@@ -11,76 +12,70 @@ namespace qvt {
 
 namespace {
 
-constexpr std::size_t kBlockBytes = 64;
-
-// The larger or smaller of two elements, by the comparison `Keeps`: the
-// second is taken when Keeps(second, first).
+// The element loop; of each pair the second where Keeps(second, first).
 template <typename Element, typename Keeps>
-Element Pick(Element first, Element second) {
-    return Keeps{}(second, first) ? second : first;
-}
-
-template <typename Element, typename Keeps>
-void PickOneByOne(uint8_t *dest, const uint8_t *first, const uint8_t *second, std::size_t from,
-                  std::size_t count) {
+[[gnu::always_inline]] inline void PickEach(uint8_t *dest, const uint8_t *first,
+                                            const uint8_t *second, std::size_t count) {
     constexpr std::size_t size = sizeof(Element);
-    for (std::size_t i = from; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         Element a;
         Element b;
         std::memcpy(&a, first + i * size, size);
         std::memcpy(&b, second + i * size, size);
-        const Element picked = Pick<Element, Keeps>(a, b);
+        const Element picked = Keeps{}(b, a) ? b : a;
         std::memcpy(dest + i * size, &picked, size);
     }
 }
 
-// Whole 64-byte blocks through local copies, which leaves the compiler free
-// to use vectors; only taken where the destination overlaps neither source,
-// so the order of reads and writes cannot show.
-template <typename Element, typename Keeps>
-void PickElements(uint8_t *dest, const uint8_t *first, const uint8_t *second, std::size_t count) {
-    constexpr std::size_t size = sizeof(Element);
-    std::size_t i = 0;
-    if constexpr (size < 8) {
-        constexpr std::size_t perBlock = kBlockBytes / size;
-        const std::size_t bytes = count * size;
-        if (count >= perBlock && !kernels::Overlap(dest, bytes, first, bytes) &&
-            !kernels::Overlap(dest, bytes, second, bytes)) {
-            for (; count - i >= perBlock; i += perBlock) {
-                Element a[perBlock];
-                Element b[perBlock];
-                Element picked[perBlock];
-                std::memcpy(a, first + i * size, kBlockBytes);
-                std::memcpy(b, second + i * size, kBlockBytes);
-                for (std::size_t k = 0; k < perBlock; ++k) {
-                    picked[k] = Pick<Element, Keeps>(a[k], b[k]);
-                }
-                std::memcpy(dest + i * size, picked, kBlockBytes);
-            }
-        }
+// Each kind of element has the loop twice: as it is, for any memory, and
+// with the destination apart from both sources, where the order of reads
+// and writes cannot show and the compiler may use vectors. Each is a plain
+// function, so that the second gets the vector clones.
+#define QVT_PICKERS(name, Element, Keeps)                                                  \
+    void name##Anywhere(uint8_t *dest, const uint8_t *first, const uint8_t *second,        \
+                        std::size_t count) {                                               \
+        PickEach<Element, Keeps>(dest, first, second, count);                              \
+    }                                                                                      \
+    QVT_VECTOR_CLONES void name##Apart(uint8_t *__restrict dest,                           \
+                                       const uint8_t *__restrict first,                    \
+                                       const uint8_t *__restrict second, std::size_t count) { \
+        PickEach<Element, Keeps>(dest, first, second, count);                              \
     }
-    PickOneByOne<Element, Keeps>(dest, first, second, i, count);
-}
+#define QVT_WIDTH_PICKERS(bits)                                  \
+    QVT_PICKERS(MinU##bits, uint##bits##_t, std::less<>)         \
+    QVT_PICKERS(MinS##bits, int##bits##_t, std::less<>)          \
+    QVT_PICKERS(MaxU##bits, uint##bits##_t, std::greater<>)      \
+    QVT_PICKERS(MaxS##bits, int##bits##_t, std::greater<>)
+QVT_WIDTH_PICKERS(8)
+QVT_WIDTH_PICKERS(16)
+QVT_WIDTH_PICKERS(32)
+QVT_WIDTH_PICKERS(64)
 
 using Picker = void (*)(uint8_t *, const uint8_t *, const uint8_t *, std::size_t);
 
+struct Kind {
+    Picker anywhere;
+    Picker apart;
+};
+
 struct Width {
     intptr_t bits;
-    Picker unsignedPicker;
-    Picker signedPicker;
+    Kind kinds[2][2];  // [maximum][signed]
 };
 
-template <typename Keeps>
-constexpr Width kWidths[] = {
-    {8, &PickElements<uint8_t, Keeps>, &PickElements<int8_t, Keeps>},
-    {16, &PickElements<uint16_t, Keeps>, &PickElements<int16_t, Keeps>},
-    {32, &PickElements<uint32_t, Keeps>, &PickElements<int32_t, Keeps>},
-    {64, &PickElements<uint64_t, Keeps>, &PickElements<int64_t, Keeps>},
-};
+#define QVT_KIND(name) {&name##Anywhere, &name##Apart}
+#define QVT_WIDTH(bits)                                       \
+    {bits,                                                    \
+     {{QVT_KIND(MinU##bits), QVT_KIND(MinS##bits)},           \
+      {QVT_KIND(MaxU##bits), QVT_KIND(MaxS##bits)}}}
+constexpr Width kWidths[] = {QVT_WIDTH(8), QVT_WIDTH(16), QVT_WIDTH(32), QVT_WIDTH(64)};
+#undef QVT_WIDTH
+#undef QVT_KIND
+#undef QVT_WIDTH_PICKERS
+#undef QVT_PICKERS
 
-template <typename Keeps>
-bool PickInto(REALobject block, void *firstMem, void *secondMem, intptr_t bitSize, bool isSigned,
-              intptr_t offsetByte, intptr_t lengthBytes) {
+bool PickInto(bool maximum, REALobject block, void *firstMem, void *secondMem, intptr_t bitSize,
+              bool isSigned, intptr_t offsetByte, intptr_t lengthBytes) {
     if (kernels::RaisedForNilReceiver(block)) return false;
     if (!firstMem || !secondMem) {
         RaiseException("NilObjectException", "ptr is nil", hostabi::kEncodingASCII);
@@ -89,14 +84,18 @@ bool PickInto(REALobject block, void *firstMem, void *secondMem, intptr_t bitSiz
     if (kernels::RaisedForNegativeOffset(offsetByte)) return false;
     rbData bytes(block, 0, 0);
     const intptr_t length = kernels::RangeLength(bytes, offsetByte, lengthBytes);
-    for (const Width &width : kWidths<Keeps>) {
+    for (const Width &width : kWidths) {
         if (width.bits != bitSize) continue;
         const auto count = static_cast<std::size_t>(length > 0 ? length / (bitSize / 8) : 0);
-        if (count > 0) {
-            (isSigned ? width.signedPicker : width.unsignedPicker)(
-                bytes.data + offsetByte, static_cast<const uint8_t *>(firstMem),
-                static_cast<const uint8_t *>(secondMem), count);
-        }
+        if (count == 0) return true;
+        const std::size_t n = count * static_cast<std::size_t>(bitSize / 8);
+        uint8_t *dest = bytes.data + offsetByte;
+        const auto *first = static_cast<const uint8_t *>(firstMem);
+        const auto *second = static_cast<const uint8_t *>(secondMem);
+        const Kind &kind = width.kinds[maximum][isSigned];
+        const bool apart =
+            !kernels::Overlap(dest, n, first, n) && !kernels::Overlap(dest, n, second, n);
+        (apart ? kind.apart : kind.anywhere)(dest, first, second, count);
         return true;
     }
     return false;
@@ -106,14 +105,12 @@ bool PickInto(REALobject block, void *firstMem, void *secondMem, intptr_t bitSiz
 
 bool MinQVT(REALobject block, void *firstMem, void *secondMem, intptr_t bitSize, bool isSigned,
             intptr_t offsetByte, intptr_t lengthBytes) {
-    return PickInto<std::less<>>(block, firstMem, secondMem, bitSize, isSigned, offsetByte,
-                                 lengthBytes);
+    return PickInto(false, block, firstMem, secondMem, bitSize, isSigned, offsetByte, lengthBytes);
 }
 
 bool MaxQVT(REALobject block, void *firstMem, void *secondMem, intptr_t bitSize, bool isSigned,
             intptr_t offsetByte, intptr_t lengthBytes) {
-    return PickInto<std::greater<>>(block, firstMem, secondMem, bitSize, isSigned, offsetByte,
-                                    lengthBytes);
+    return PickInto(true, block, firstMem, secondMem, bitSize, isSigned, offsetByte, lengthBytes);
 }
 
 }  // namespace qvt

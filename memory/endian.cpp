@@ -3,24 +3,33 @@
 #include <algorithm>
 #include <cstring>
 
+#include "kernels/dispatch.h"
 #include "memory/mirror.h"
 
 namespace qvt {
 
 namespace {
 
-// Reverses the bytes inside each Width-byte lane of a word. The lanes sit on
-// lane boundaries in memory whatever the machine's order, so a word loaded
-// and stored with memcpy gets each group's bytes reversed in place.
-template <std::size_t Width>
-constexpr uint64_t SwapLanes(uint64_t word) {
-    if constexpr (Width == 4) {
-        word = ((word >> 16) & 0x0000FFFF0000FFFF) | ((word & 0x0000FFFF0000FFFF) << 16);
+// One group at a time in a counted loop, which the compiler turns into
+// vector shuffles; each width is a plain function of its own so that it
+// gets the vector clones.
+template <typename Group>
+[[gnu::always_inline]] inline void ReverseEachGroup(uint8_t *bytes, std::size_t groups) {
+    for (std::size_t i = 0; i < groups; ++i) {
+        Group group;
+        std::memcpy(&group, bytes + i * sizeof group, sizeof group);
+        group = ReversedBytes(group);
+        std::memcpy(bytes + i * sizeof group, &group, sizeof group);
     }
-    return ((word >> 8) & 0x00FF00FF00FF00FF) | ((word & 0x00FF00FF00FF00FF) << 8);
 }
-static_assert(SwapLanes<2>(0x0102030405060708) == 0x0201040306050807);
-static_assert(SwapLanes<4>(0x0102030405060708) == 0x0403020108070605);
+
+QVT_VECTOR_CLONES void ReversePairs(uint8_t *bytes, std::size_t groups) {
+    ReverseEachGroup<uint16_t>(bytes, groups);
+}
+
+QVT_VECTOR_CLONES void ReverseQuads(uint8_t *bytes, std::size_t groups) {
+    ReverseEachGroup<uint32_t>(bytes, groups);
+}
 
 // The range of the range forms after clipping; null when nothing is to do.
 uint8_t *ClippedRange(REALobject block, intptr_t offset, intptr_t numBytes, intptr_t &length) {
@@ -38,19 +47,16 @@ uint8_t *ClippedRange(REALobject block, intptr_t offset, intptr_t numBytes, intp
 
 }  // namespace
 
-// Whole words while they last, then group by group: a word holds whole
-// groups, so the bytes are those of the plain loop over the groups.
+// A group loaded with memcpy and its bytes reversed as a value has its
+// bytes reversed in memory on either byte order.
 template <std::size_t Width>
 void SwapGroups(uint8_t *bytes, std::size_t groups) {
-    const std::size_t total = groups * Width;
-    std::size_t at = 0;
-    for (; total - at >= 8; at += 8) {
-        uint64_t word;
-        std::memcpy(&word, bytes + at, 8);
-        word = SwapLanes<Width>(word);
-        std::memcpy(bytes + at, &word, 8);
+    static_assert(Width == 2 || Width == 4);
+    if constexpr (Width == 2) {
+        ReversePairs(bytes, groups);
+    } else {
+        ReverseQuads(bytes, groups);
     }
-    for (; at < total; at += Width) std::reverse(bytes + at, bytes + at + Width);
 }
 
 template void SwapGroups<2>(uint8_t *, std::size_t);

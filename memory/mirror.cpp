@@ -4,15 +4,32 @@
 
 #include "hostvalues/blocks.h"
 #include "hostvalues/raise.h"
+#include "kernels/dispatch.h"
 
 namespace qvt {
-
-static_assert(BitMirrorTable[0x01] == 0x80 && BitMirrorTable[0x80] == 0x01);
-static_assert(BitMirrorTable[0x0F] == 0xF0 && BitMirrorTable[0x12] == 0x48);
 
 namespace {
 
 constexpr const char *kNilBlock = "memoryblock is nil";
+
+// Each byte of `value` with its eight bits in reverse order: the nibbles
+// change places, then the pairs within them, then the bits within those.
+// Shifts and masks rather than a table, so that loops become vector code;
+// the masks keep every bit inside its byte, so the byte order plays no part.
+template <typename Word>
+constexpr Word MirroredBits(Word value) {
+    constexpr Word kOnes = static_cast<Word>(~Word{0});
+    constexpr Word kEachByte = static_cast<Word>(kOnes / 0xFF);  // 0x0101...
+    const auto swap = [](Word v, unsigned shift, Word mask) {
+        return static_cast<Word>(((v >> shift) & mask) | ((v & mask) << shift));
+    };
+    value = swap(value, 4, static_cast<Word>(kEachByte * 0x0F));
+    value = swap(value, 2, static_cast<Word>(kEachByte * 0x33));
+    return swap(value, 1, static_cast<Word>(kEachByte * 0x55));
+}
+
+static_assert(MirroredBits<uint8_t>(0x01) == 0x80 && MirroredBits<uint8_t>(0x12) == 0x48);
+static_assert(MirroredBits<uint64_t>(0x0180'0F12'0000'FF3C) == 0x8001'F048'0000'FF3C);
 
 // Reverses the byte order of a word; loaded and stored with memcpy this
 // reverses the bytes in memory on either byte order.
@@ -25,6 +42,18 @@ constexpr uint64_t ReverseWord(uint64_t word) {
     return reversed;
 }
 static_assert(ReverseWord(0x0102030405060708) == 0x0807060504030201);
+
+// Whole words, then the bytes behind them.
+QVT_VECTOR_CLONES void MirrorEachByte(uint8_t *bytes, std::size_t n) {
+    const std::size_t words = n / 8;
+    for (std::size_t i = 0; i < words; ++i) {
+        uint64_t word;
+        std::memcpy(&word, bytes + 8 * i, 8);
+        word = MirroredBits(word);
+        std::memcpy(bytes + 8 * i, &word, 8);
+    }
+    for (std::size_t i = 8 * words; i < n; ++i) bytes[i] = MirroredBits(bytes[i]);
+}
 
 bool RaisedForNil(REALobject block) {
     if (block) return false;
@@ -95,8 +124,8 @@ void MirrorBytesQVT(REALobject block, intptr_t offsetByte, intptr_t lengthByte) 
 void MirrorBitsInBytesQVT(REALobject block, intptr_t offsetByte, intptr_t lengthByte) {
     if (RaisedForNil(block)) return;
     if (lengthByte < 1) return;
-    uint8_t *byte = static_cast<uint8_t *>(GetBlockPtr(block)) + offsetByte;
-    for (uint8_t *end = byte + lengthByte; byte != end; ++byte) *byte = BitMirrorTable[*byte];
+    MirrorEachByte(static_cast<uint8_t *>(GetBlockPtr(block)) + offsetByte,
+                   static_cast<std::size_t>(lengthByte));
 }
 
 }  // namespace qvt

@@ -2,27 +2,11 @@
 // as everywhere: bit k lies in byte k / 8 at mask 1 << (7 - k % 8).
 #pragma once
 
-#include <array>
 #include <cstdint>
 
 #include "abi/plugin_abi.h"
 
 namespace qvt {
-
-constexpr std::array<uint8_t, 256> MakeBitMirrorTable() {
-    std::array<uint8_t, 256> table{};
-    for (unsigned value = 0; value < 256; ++value) {
-        unsigned mirrored = 0;
-        for (unsigned bit = 0; bit < 8; ++bit) {
-            if (value & (1u << bit)) mirrored |= 0x80u >> bit;
-        }
-        table[value] = static_cast<uint8_t>(mirrored);
-    }
-    return table;
-}
-
-// Entry v is v with its eight bits in reverse order.
-inline constexpr std::array<uint8_t, 256> BitMirrorTable = MakeBitMirrorTable();
 
 // The ranges are the caller's to keep inside the block: only a nil receiver
 // is refused.

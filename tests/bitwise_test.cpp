@@ -191,7 +191,8 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
         {"extract", Extract(0x6C), [](uint8_t x, uint8_t, uint8_t m) -> uint8_t { return x & m; }, 0x6C, false, false},
     };
     std::mt19937 random(7);
-    // Around the 2- and 8-word strides, and one long run.
+    // Around the 2- and 8-word strides and the vectors (unrolled up to 128
+    // bytes), and one long run.
     const std::size_t sizes[] = {0, 1, 2, 7, 8, 9, 15, 16, 17, 23, 24, 25, 63, 64, 65, 71, 72, 73, 127, 128, 129, 4103};
     for (const auto &m : methods) {
         for (const Layout &l : kLayouts) {

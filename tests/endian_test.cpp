@@ -7,6 +7,7 @@
 #include <numeric>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "kernel_fixture.h"
 #include "memory/endian.h"
@@ -138,9 +139,10 @@ TEST_F(EndianTest, RangeFormsDoNotClipBlocksOfUnknownSizeAndIgnoreNil) {
     for (REALobject b : {foreign, memoryless}) simhost::Release(b);
 }
 
-// Word paths against the plain loops, over offsets that break every
-// alignment and lengths on both sides of each whole word; the range forms
-// clip to the block, the in-place forms count groups.
+// Vector and word paths against the plain loops, over offsets that break
+// every alignment and lengths on both sides of each whole word and vector
+// (unrolled up to 128 bytes); the range forms clip to the block, the
+// in-place forms count groups.
 TEST_F(QuietEndianTest, EveryFormMatchesThePlainLoop) {
     // width 0: the whole range reversed.
     const struct { const char *name; InPlace call; std::size_t width; bool range; } forms[] = {
@@ -150,11 +152,14 @@ TEST_F(QuietEndianTest, EveryFormMatchesThePlainLoop) {
         {"SwapBytes16QVT", SwapBytes16QVT, 2, true},
         {"SwapBytes32QVT", SwapBytes32QVT, 4, true},
     };
-    const std::size_t size = 53;
+    const std::size_t size = 300;
     const Bytes before = Counting(size, 100);
+    std::vector<std::size_t> counts(40);
+    std::iota(counts.begin(), counts.end(), 0);
+    counts.insert(counts.end(), {47, 48, 49, 63, 64, 65, 95, 96, 97, 127, 128, 129, 150, 289});
     for (const auto &f : forms) {
         for (std::size_t offset = 0; offset < 11; ++offset) {
-            for (std::size_t n = 0; n < 60; ++n) {
+            for (std::size_t n : counts) {
                 const std::size_t length = f.range ? std::min(n, size - offset) : n * f.width;
                 if (offset + length > size) break;
                 const Bytes expected = f.width ? GroupsReversed(before, offset, length / f.width, f.width)

@@ -2,6 +2,7 @@
 // range, the refusals, and the block loops against the plain element loop.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -25,12 +26,15 @@ class MinMaxTest : public test::KernelTest {};
 
 TEST_F(MinMaxTest, TheRangeMovesTheDestinationOnly) {
     Bytes first = BytesOf<uint32_t>({5, 6}), second = BytesOf<uint32_t>({7, 1});
-    const Bytes untouched(8, 0xAA), second7{0xAA, 0xAA, 0xAA, 0xAA, 7, 0, 0, 0};
+    const Bytes untouched(8, 0xAA), seven = BytesOf<uint32_t>({7});
+    Bytes first7 = untouched, second7 = untouched;
+    std::copy(seven.begin(), seven.end(), first7.begin());
+    std::copy(seven.begin(), seven.end(), second7.begin() + 4);
     const struct {
         intptr_t offset, length;
         Bytes result;
     } cases[] = {
-        {0, 7, Bytes{7, 0, 0, 0, 0xAA, 0xAA, 0xAA, 0xAA}}, {4, 0, second7}, {4, -1, second7},
+        {0, 7, first7}, {4, 0, second7}, {4, -1, second7},
         {1, 3, untouched}, {8, 0, untouched}, {20, 0, untouched},
     };
     for (const auto &c : cases) {
@@ -108,10 +112,11 @@ const struct Flavour {
 
 class MinMaxFastPathTest : public test::QuietKernelTest {};
 
-// Element counts around the 64-byte blocks, a trailing part of an element,
-// an odd destination, and sources outside the block or inside it (in place
-// and shifted either way): the result is that of the element loop run over
-// the same memory, and the rest of the block stays.
+// Element counts around each vector width (unrolled up to 128 bytes), a
+// trailing part of an element, an odd destination, and sources outside the
+// block or inside it (in place and shifted either way): the result is that
+// of the element loop run over the same memory, and the rest of the block
+// stays.
 TEST_F(MinMaxFastPathTest, AgreesWithThePlainLoop) {
     constexpr int kOutside = 1000;
     std::mt19937 random(5);
