@@ -7,8 +7,19 @@
 
 #include <cstddef>  // defines __GLIBC__ where glibc is the C library
 
+// ThreadSanitizer instruments the clones' resolvers, which the loader runs
+// before the sanitizer's runtime is up.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define QVT_NO_CLONES 1
+#endif
+#endif
+#if defined(__SANITIZE_THREAD__)
+#define QVT_NO_CLONES 1
+#endif
+
 #if defined(__x86_64__) && defined(__ELF__) && defined(__GLIBC__) && \
-    (defined(__GNUC__) || defined(__clang__))
+    (defined(__GNUC__) || defined(__clang__)) && !defined(QVT_NO_CLONES)
 #define QVT_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
 #else
 #define QVT_VECTOR_CLONES

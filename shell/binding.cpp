@@ -26,21 +26,24 @@ void *FindEntry(const char *name, const char *secondName, std::atomic<void *> &s
     return entry;
 }
 
+void ScriptEntries::AskBoth() const {
+    slot_.store(resolver_(name_), std::memory_order_relaxed);
+    classOf_.store(resolver_("RuntimeClassOf"), std::memory_order_relaxed);
+}
+
 ScriptEntries::Found ScriptEntries::Find() const {
-    // call_once orders the write of resolver_ before every later read.
+    // The first look-up runs under the guard too, so that no thread sees
+    // the operation without RuntimeClassOf while another is between them.
+    // call_once orders every write made here before every later read.
     std::call_once(once_, [this] {
         resolver_ = reinterpret_cast<REALresolver>(Ask("GetRBScriptResolver"));
+        if (resolver_) AskBoth();
     });
     if (!resolver_) return {nullptr, nullptr};
-    void *operation = slot_.load(std::memory_order_relaxed);
-    void *classOf = classOf_.load(std::memory_order_relaxed);
-    if (!operation && !classOf) {
-        operation = resolver_(name_);
-        slot_.store(operation, std::memory_order_relaxed);
-        classOf = resolver_("RuntimeClassOf");
-        classOf_.store(classOf, std::memory_order_relaxed);
+    if (!slot_.load(std::memory_order_relaxed) && !classOf_.load(std::memory_order_relaxed)) {
+        AskBoth();
     }
-    return {operation, classOf};
+    return {slot_.load(std::memory_order_relaxed), classOf_.load(std::memory_order_relaxed)};
 }
 
 namespace host {

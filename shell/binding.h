@@ -126,6 +126,9 @@ public:
     Found Find() const;
 
 private:
+    // Asks the second resolver for the operation, then for RuntimeClassOf.
+    void AskBoth() const;
+
     const char *name_;
     mutable std::once_flag once_;
     mutable REALresolver resolver_ = nullptr;  // written under once_ only

@@ -93,6 +93,7 @@ void *memoryBlockGetPtr(REALobject handle) {
     HostLock lock(State().mutex);
     CheckPresent("memoryBlockGetPtr");
     LogCall("memoryBlockGetPtr", NameOfObject(handle));
+    if (Failing("memoryBlockGetPtr")) return nullptr;
     ObjectRecord *block = UseBlock("memoryBlockGetPtr", handle);
     return block != nullptr ? block->data : nullptr;
 }
@@ -109,6 +110,7 @@ REALobject newMemoryBlock(RBInteger size) {
     HostLock lock(State().mutex);
     CheckPresent("newMemoryBlock");
     LogCall("newMemoryBlock", "size=" + std::to_string(size));
+    if (Failing("newMemoryBlock")) return nullptr;
     ObjectRecord *block = CreateBlock(size);
     return block != nullptr ? HandleOf(*block) : nullptr;
 }
@@ -117,6 +119,7 @@ REALobject PtrToMemoryBlock(const void *address) {
     HostLock lock(State().mutex);
     CheckPresent("PtrToMemoryBlock");
     LogCall("PtrToMemoryBlock", address != nullptr ? "address=set" : "address=nil");
+    if (Failing("PtrToMemoryBlock")) return nullptr;
     if (address == nullptr) return nullptr;
     return HandleOf(CreateForeignBlock(const_cast<void *>(address)));
 }

@@ -30,6 +30,7 @@ REALobject PluginNewInstance(const char *className) {
     HostLock lock(State().mutex);
     CheckPresent("PluginNewInstance");
     LogCall("PluginNewInstance", className != nullptr ? className : "nil");
+    if (Failing("PluginNewInstance")) return nullptr;
     if (className == nullptr) {
         Fault("PluginNewInstance: nil class name");
         return nullptr;
@@ -128,6 +129,7 @@ void RuntimeRaiseException(REALobject object) {
         return;
     }
     LockObjectHost(*o);
+    o->raisedOn = std::this_thread::get_id();
     State().pendingExceptions.push_back(o);
 }
 

@@ -27,6 +27,7 @@ void HostRaise(const char *className, std::string_view message) {
     ++text.hostRefs;
     exception.message = &text;
     ++exception.hostRefs;
+    exception.raisedOn = std::this_thread::get_id();
     State().pendingExceptions.push_back(&exception);
 }
 
@@ -90,8 +91,16 @@ void *REALLoadObjectMethod(REALobject object, const char *declaration) {
     return nullptr;
 }
 
-// The first exception raised during the call is caught: it leaves the
-// pending ones and its reference becomes the caller's.
+// Exceptions pending that the calling thread raised.
+std::size_t PendingOfThisThread() {
+    const auto &pending = State().pendingExceptions;
+    return static_cast<std::size_t>(std::count_if(pending.begin(), pending.end(), [](auto *e) {
+        return e->raisedOn == std::this_thread::get_id();
+    }));
+}
+
+// The first exception raised during the call on the calling thread is
+// caught: it leaves the pending ones and its reference becomes the caller's.
 REALobject PluginCallFunctionWithExceptionHandler(void (*function)(void *), void *argument) {
     HostState &s = State();
     std::size_t pendingBefore = 0;
@@ -103,12 +112,16 @@ REALobject PluginCallFunctionWithExceptionHandler(void (*function)(void *), void
             Fault("PluginCallFunctionWithExceptionHandler: nil function");
             return nullptr;
         }
-        pendingBefore = s.pendingExceptions.size();
+        pendingBefore = PendingOfThisThread();
     }
     function(argument);
     HostLock lock(s.mutex);
-    if (s.pendingExceptions.size() <= pendingBefore) return nullptr;
-    auto caught = s.pendingExceptions.begin() + static_cast<std::ptrdiff_t>(pendingBefore);
+    std::size_t seen = 0;
+    auto &pending = s.pendingExceptions;
+    auto caught = std::find_if(pending.begin(), pending.end(), [&](auto *e) {
+        return e->raisedOn == std::this_thread::get_id() && seen++ == pendingBefore;
+    });
+    if (caught == s.pendingExceptions.end()) return nullptr;
     ObjectRecord *exception = *caught;
     s.pendingExceptions.erase(caught);
     --exception->hostRefs;

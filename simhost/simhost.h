@@ -89,6 +89,20 @@ void ClearFaults();
 // logged, before the entry does anything.
 void ThrowOnNextCall(std::string entry, std::function<void()> raise);
 
+// Fallible calls answer as a host short of memory or of a conversion would:
+// newMemoryBlock, PtrToMemoryBlock, PluginNewInstance, REALBuildString,
+// REALBuildStringWithEncoding, REALConvertString and StringGetCString give
+// nil, memoryBlockGetPtr null, PluginGetStringData false. From FailCall on
+// they are counted, and the nth of kind `entry` (of any kind when empty)
+// fails; nth 0 only counts. Reset and StopFailing end it.
+void FailCall(std::size_t nth, std::string entry = {});
+// The fallible calls counted since FailCall, in order, the failed one included.
+std::vector<std::string> FallibleCalls();
+void StopFailing();
+// For a test seam in the plug-in: counts a fallible call of `entry` and
+// answers whether it is the one to fail.
+bool FailNow(std::string_view entry);
+
 // ---- Accounting -----------------------------------------------------------
 
 // Total references, the host's own included; 0 for ended handles, -1 for

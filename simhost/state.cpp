@@ -178,6 +178,8 @@ void Reset(const Options &options) {
     s.recordVersion = 0;
     s.armedEntry.clear();
     s.armedThrow = nullptr;
+    s.failArmed = false;
+    s.fallible.clear();
     s.objectByHandle.clear();
     s.stringByHandle.clear();
     s.objects.clear();

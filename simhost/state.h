@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -51,6 +52,8 @@ struct ObjectRecord {
     // Exception
     StringRecord *message = nullptr;  // holds a host reference
     RBInteger errorNumber = 0;
+    // An exception is delivered on the thread that raised it.
+    std::thread::id raisedOn;
 
     // Instance
     const REALclassDefinition *cls = nullptr;
@@ -99,6 +102,14 @@ struct HostState {
     // ThrowOnNextCall: the entry and what its next call throws.
     std::string armedEntry;
     std::function<void()> armedThrow;
+
+    // FailCall: fallible calls are counted while armed; the nth of kind
+    // failEntry (any kind when empty) fails.
+    bool failArmed = false;
+    std::size_t failNth = 0;
+    std::string failEntry;
+    std::size_t failSeen = 0;
+    std::vector<std::string> fallible;
 };
 
 HostState &State();
@@ -109,6 +120,8 @@ void Fault(std::string text);
 // Records a fault when an entry that the host is set up without is called
 // all the same (its address was kept from an earlier answer).
 void CheckPresent(const char *entry);
+// Counts a fallible call of `entry` and answers whether it is to fail.
+bool Failing(const char *entry);
 
 // Readable, deterministic argument texts.
 std::string Quote(std::string_view bytes);

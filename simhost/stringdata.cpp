@@ -21,6 +21,7 @@ intptr_t PluginGetStringData(REALstring handle, uint32_t encoding, REALstringDat
         return 0;
     }
     *out = {};
+    if (Failing("PluginGetStringData")) return 0;
     bool bad = false;
     StringRecord *string = UseString("PluginGetStringData", handle, &bad);
     if (bad) return 0;

@@ -52,6 +52,7 @@ REALstring REALBuildString(const void *bytes, int32_t length) {
     HostLock lock(State().mutex);
     CheckPresent("REALBuildString");
     LogCall("REALBuildString", BuildArgs(bytes, length));
+    if (Failing("REALBuildString")) return nullptr;
     return Build("REALBuildString", bytes, length, hostabi::kEncodingUnknown);
 }
 
@@ -59,6 +60,7 @@ REALstring REALBuildStringWithEncoding(const void *bytes, int32_t length, uint32
     HostLock lock(State().mutex);
     CheckPresent("REALBuildStringWithEncoding");
     LogCall("REALBuildStringWithEncoding", BuildArgs(bytes, length) + " " + EncodingArg(encoding));
+    if (Failing("REALBuildStringWithEncoding")) return nullptr;
     return Build("REALBuildStringWithEncoding", bytes, length, encoding);
 }
 
@@ -66,6 +68,7 @@ REALstring REALConvertString(REALstring handle, uint32_t encoding) {
     HostLock lock(State().mutex);
     CheckPresent("REALConvertString");
     LogCall("REALConvertString", NameOfString(handle) + " " + EncodingArg(encoding));
+    if (Failing("REALConvertString")) return nullptr;
     StringRecord *s = UseString("REALConvertString", handle);
     if (s == nullptr) return nullptr;
     std::string converted;
@@ -92,6 +95,7 @@ const char *StringGetCString(REALstring handle) {
     HostLock lock(State().mutex);
     CheckPresent("StringGetCString");
     LogCall("StringGetCString", NameOfString(handle));
+    if (Failing("StringGetCString")) return nullptr;
     StringRecord *s = UseString("StringGetCString", handle);
     return s != nullptr ? s->storage.data() : nullptr;
 }
