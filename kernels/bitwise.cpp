@@ -49,8 +49,8 @@ REALobject Combine(const char *name, Apart apart, REALobject source, REALobject 
         apart(o.result, o.source, o.second, o.n);
         return o.block;
     }
-    // A word is read whole before it is stored, so the result may be either
-    // operand.
+    // Each unit is read whole before it is stored, so the result may be
+    // either operand, or a window into one.
     auto step = [&]<typename Word, std::size_t Count>(std::size_t at) {
         const auto x = Units<Word, Count>::Load(o.source + at);
         const auto y = Units<Word, Count>::Load(o.second + at);
@@ -58,9 +58,7 @@ REALobject Combine(const char *name, Apart apart, REALobject source, REALobject 
         for (std::size_t k = 0; k < Count; ++k) r.w[k] = static_cast<Word>(Op{}(x.w[k], y.w[k]));
         r.Store(o.result + at);
     };
-    const bool words = kernels::SameOrApart(o.source, o.result, o.n) &&
-                       kernels::SameOrApart(o.second, o.result, o.n);
-    kernels::RunUnits<1>(o.n, words, false, step);
+    kernels::RunUnits<1>(o.n, false, step);
     return o.block;
 }
 

@@ -45,13 +45,10 @@ REALobject AndBits(REALobject source, REALobject second, std::optional<intptr_t>
         for (std::size_t k = 0; k < Count; ++k) left.w[k] = static_cast<Word>(left.w[k] & ~t.w[k]);
         left.Store(o.second + at);
     };
-    const bool words = kernels::SameOrApart(o.source, o.second, o.n) &&
-                       kernels::SameOrApart(o.source, o.result, o.n) &&
-                       kernels::SameOrApart(o.second, o.result, o.n);
     const bool apart = !kernels::Overlap(o.source, o.n, o.second, o.n) &&
                        !kernels::Overlap(o.source, o.n, o.result, o.n) &&
                        !kernels::Overlap(o.second, o.n, o.result, o.n);
-    kernels::RunUnits<kAndWide>(o.n, words, apart, step);
+    kernels::RunUnits<kAndWide>(o.n, apart, step);
     return o.block;
 }
 
@@ -84,8 +81,7 @@ REALobject ExtractBitsQVT(REALobject source, intptr_t mask, REALobject dest) {
         for (std::size_t k = 0; k < Count; ++k) x.w[k] = static_cast<Word>(x.w[k] & m);
         x.Store(dp + at);
     };
-    kernels::RunUnits<kExtractWide>(n, kernels::SameOrApart(sp, dp, n),
-                                    !kernels::Overlap(sp, n, dp, n), step);
+    kernels::RunUnits<kExtractWide>(n, !kernels::Overlap(sp, n, dp, n), step);
     return result;
 }
 

@@ -13,10 +13,4 @@ inline bool Overlap(const uint8_t *a, std::size_t aBytes, const uint8_t *b, std:
     return x < y + bBytes && y < x + aBytes;
 }
 
-// Two ranges of one length that are the same or apart: a loop over whole
-// words then touches each byte exactly as a byte loop would.
-inline bool SameOrApart(const uint8_t *a, const uint8_t *b, std::size_t bytes) {
-    return a == b || !Overlap(a, bytes, b, bytes);
-}
-
 }  // namespace qvt::kernels

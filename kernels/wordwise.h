@@ -57,21 +57,19 @@ struct Units {
 inline constexpr std::size_t kWordBytes = 8;
 
 // Calls step.template operator()<Word, Count>(offset) over `n` bytes in
-// ascending order: blocks of `Wide` words while `wide`, single words while
-// `words`, then bytes. A step touches only its own offsets in each block,
-// so words give the bytes of the byte loop wherever the blocks are the same
-// or apart; the wide blocks are for blocks that are apart.
+// ascending order: blocks of `Wide` words while `wide`, single words, then
+// the bytes behind them. Blocks that overlap by part of a word see the word
+// units: each is read whole before it is stored. The wide blocks are only
+// for blocks that are apart, where the order cannot show.
 template <std::size_t Wide, typename Step>
-void RunUnits(std::size_t n, bool words, bool wide, Step step) {
+void RunUnits(std::size_t n, bool wide, Step step) {
     std::size_t at = 0;
-    if (words) {
-        if (wide) {
-            for (; n - at >= Wide * kWordBytes; at += Wide * kWordBytes) {
-                step.template operator()<uint64_t, Wide>(at);
-            }
+    if (wide) {
+        for (; n - at >= Wide * kWordBytes; at += Wide * kWordBytes) {
+            step.template operator()<uint64_t, Wide>(at);
         }
-        for (; n - at >= kWordBytes; at += kWordBytes) step.template operator()<uint64_t, 1>(at);
     }
+    for (; n - at >= kWordBytes; at += kWordBytes) step.template operator()<uint64_t, 1>(at);
     for (; at < n; ++at) step.template operator()<uint8_t, 1>(at);
 }
 

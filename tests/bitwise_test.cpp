@@ -1,6 +1,6 @@
 // The mask kernels and the bitwise operations of two blocks: worked values,
 // the result block and its reference, the refusals and the trace, and every
-// path against a plain byte loop over apart, shared and overlapping blocks.
+// path against the plain word loop over apart, shared and overlapping blocks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -166,20 +166,20 @@ TEST_F(BitwiseTest, TraceOfEachKernel) {
 }
 
 // Where the operands lie: block 0 is the receiver, 1 the second block, 2 a
-// block of its own for Dest; -1 is no Dest. A Dest at an offset is a block
-// over that memory, overlapping its carrier in part.
-struct Layout { const char *name; std::size_t extraSource, extraSecond; int second, dest; std::size_t destOffset; };
+// block of its own for Dest; -1 is no Dest. A window is a Dest at each
+// offset 1 to 15 into its operand's block, overlapping it in part.
+struct Layout { const char *name; int second, dest; bool window; };
 
 const Layout kLayouts[] = {
-    {"new block", 0, 0, 1, -1, 0}, {"three blocks", 2, 0, 1, 2, 0}, {"dest is receiver", 0, 5, 1, 0, 0},
-    {"dest is second", 0, 0, 1, 1, 0}, {"second is receiver", 0, 0, 0, 2, 0}, {"all one block", 0, 0, 0, 0, 0},
-    {"dest inside receiver", 3, 0, 1, 0, 3}, {"dest inside receiver, a word on", 9, 0, 1, 0, 9},
-    {"dest inside second", 0, 1, 1, 1, 1},
+    {"new block", 1, -1, false}, {"three blocks", 1, 2, false}, {"dest is receiver", 1, 0, false},
+    {"dest is second", 1, 1, false}, {"second is receiver", 0, 2, false}, {"all one block", 0, 0, false},
+    {"dest inside receiver", 1, 0, true}, {"dest inside second", 1, 1, true},
 };
 
-// The byte loop: out = op(x, y, mask), and AndBits takes the common bits
-// out of both operands after writing them.
-TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
+// The plain path: 8-byte units, then single bytes, in ascending order, each
+// read whole before it is stored; out = op(x, y, mask), and AndBits then
+// takes the common bits out of what each operand holds by then.
+TEST_F(BitwiseDifferentialTest, EveryPathGivesThePlainWordLoopsBytes) {
     using Op = uint8_t (*)(uint8_t x, uint8_t y, uint8_t mask);
     const Op both = [](uint8_t x, uint8_t y, uint8_t m) -> uint8_t { return x & y & m; };
     const struct { const char *name; Call call; Op op; uint8_t mask; bool pair, clears; } methods[] = {
@@ -196,18 +196,22 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
     const std::size_t sizes[] = {0, 1, 2, 7, 8, 9, 15, 16, 17, 23, 24, 25, 63, 64, 65, 71, 72, 73, 127, 128, 129, 4103};
     for (const auto &m : methods) {
         for (const Layout &l : kLayouts) {
-            // One block is all ExtractBitsQVT reads; its n is the receiver's
-            // size, which leaves no room for a Dest inside it.
-            if (!m.pair && (l.second != 1 || l.destOffset != 0 || l.dest == 1)) continue;
-            for (std::size_t size : sizes) {
-                Bytes model[3] = {test::RandomBytes(size + l.extraSource, random),
-                                  test::RandomBytes(size + l.extraSecond, random), Bytes(size + 16, 0xEE)};
+            // ExtractBitsQVT's n is its receiver's whole size: no room for
+            // a Dest inside it.
+            if (!m.pair && (l.second != 1 || l.window || l.dest == 1)) continue;
+            const std::size_t runs = (l.window ? 15 : 1) * std::size(sizes);
+            for (std::size_t run = 0; run < runs; ++run) {
+                const std::size_t shift = l.window ? 1 + run / std::size(sizes) : 0;
+                const std::size_t size = sizes[run % std::size(sizes)];
+                const std::size_t extra = l.window ? shift : 0;
+                Bytes model[3] = {test::RandomBytes(size + (l.dest == 0 ? extra : 0), random),
+                                  test::RandomBytes(size + (l.dest == 1 ? extra : 0), random), Bytes(size + 16, 0xEE)};
                 REALobject blocks[3];
                 for (int b = 0; b < 3; ++b) blocks[b] = simhost::NewBlock(model[b]);
                 REALobject dest = nullptr;
                 if (l.dest >= 0) {
-                    uint8_t *at = simhost::Bytes(blocks[l.dest]).data() + l.destOffset;
-                    dest = l.destOffset == 0 ? blocks[l.dest] : simhost::NewForeignBlock(at);
+                    uint8_t *at = simhost::Bytes(blocks[l.dest]).data() + shift;
+                    dest = shift == 0 ? blocks[l.dest] : simhost::NewForeignBlock(at);
                 }
                 // The host's accounting grows with every block made: the
                 // references are checked on the small sizes only.
@@ -218,13 +222,23 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
                 const bool empty = model[0].empty() || (m.pair && model[l.second].empty());
                 Bytes fresh(n);
                 uint8_t *x = model[0].data(), *y = m.pair ? model[l.second].data() : x;
-                uint8_t *out = l.dest < 0 ? fresh.data() : model[l.dest].data() + l.destOffset;
-                for (std::size_t i = 0; !empty && i < n; ++i) {
-                    const uint8_t t = m.op(x[i], y[i], m.mask);
-                    out[i] = t;
-                    if (m.clears) x[i] &= static_cast<uint8_t>(~t), y[i] &= static_cast<uint8_t>(~t);
+                uint8_t *out = l.dest < 0 ? fresh.data() : model[l.dest].data() + shift;
+                for (std::size_t at = 0, unit = 8; !empty && at < n; at += unit) {
+                    if (n - at < 8) unit = 1;
+                    uint8_t a[8], b[8], t[8];
+                    std::copy_n(x + at, unit, a);
+                    std::copy_n(y + at, unit, b);
+                    for (std::size_t k = 0; k < unit; ++k) t[k] = m.op(a[k], b[k], m.mask);
+                    std::copy_n(t, unit, out + at);
+                    for (uint8_t *operand : {x, y}) {
+                        if (!m.clears) break;
+                        std::copy_n(operand + at, unit, a);
+                        for (std::size_t k = 0; k < unit; ++k) a[k] &= static_cast<uint8_t>(~t[k]);
+                        std::copy_n(a, unit, operand + at);
+                    }
                 }
-                const std::string what = std::string(m.name) + ", " + l.name + ", size " + std::to_string(size);
+                const std::string what = std::string(m.name) + ", " + l.name + ", shift " +
+                                         std::to_string(shift) + ", size " + std::to_string(size);
                 if (empty) {
                     ASSERT_EQ(result, nullptr) << what;
                 } else if (l.dest < 0) {
@@ -235,8 +249,8 @@ TEST_F(BitwiseDifferentialTest, EveryPathGivesTheByteLoopsBytes) {
                 }
                 for (int b = 0; b < 3; ++b) ASSERT_EQ(Contents(blocks[b]), model[b]) << what << " block " << b;
                 simhost::Release(result);
-                if (l.destOffset != 0) simhost::Release(dest);
-                for (REALobject b : blocks) simhost::Release(b);
+                if (shift != 0) simhost::Release(dest);
+                for (REALobject o : blocks) simhost::Release(o);
             }
         }
     }

@@ -208,10 +208,10 @@ TEST_F(ColourDifferentialTest, PixelKernelsAreTheRules) {
         for (int channels : {3, 4}) {
             const intptr_t byteMax = byteMaxes[random() % std::size(byteMaxes)];
             const bool withSum0 = random() % 2;
-            expected = before;
-            Calc2teReference(expected, channels, byteMax, withSum0, r);
+            Bytes expectedInks = before;
+            Calc2teReference(expectedInks, channels, byteMax, withSum0, r);
             const auto kernel = channels == 3 ? &Calc2teCMY : &Calc2teCMYK;
-            EXPECT_EQ(After(before, [&](REALobject b) { kernel(b, byteMax, r.offset, r.length, withSum0); }), expected)
+            EXPECT_EQ(After(before, [&](REALobject b) { kernel(b, byteMax, r.offset, r.length, withSum0); }), expectedInks)
                 << round << " " << channels << " " << byteMax << " " << withSum0;
         }
     }

@@ -102,7 +102,9 @@ INSTANTIATE_TEST_SUITE_P(HostAges, WideStringsTest,
                          ::testing::Values(Age{2013.04, kWithEncoding16, kWithEncoding32}, Age{2012.5, kWithEncoding16, kWithEncoding16},
                                            Age{2011.0, kLabelled16, kLabelled16}, Age{0.0, kLabelled16, kLabelled16}),
                          [](const ::testing::TestParamInfo<Age> &age) {
-                             return "Y" + std::to_string(static_cast<int>(age.param.version * 100));
+                             std::string name = "Y";
+                             name += std::to_string(static_cast<int>(age.param.version * 100));
+                             return name;
                          });
 
 class TextShapesTest : public WideStringsTest {};
