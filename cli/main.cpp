@@ -8,6 +8,7 @@
 #include "format.h"
 #include "report.h"
 #include "simhost/loader.h"
+#include "simhost/platform.h"
 #include "simhost/simhost.h"
 #include "tour.h"
 
@@ -75,14 +76,14 @@ public:
     explicit DebugSwitch(bool on) : on_(on) {
         if (!on_) return;
         if (const char *old = std::getenv("QVTDEBUG")) old_ = old;
-        setenv("QVTDEBUG", "1", 1);
+        simhost::platform::SetEnvironment("QVTDEBUG", "1");
     }
     ~DebugSwitch() {
         if (!on_) return;
         if (old_) {
-            setenv("QVTDEBUG", old_->c_str(), 1);
+            simhost::platform::SetEnvironment("QVTDEBUG", old_->c_str());
         } else {
-            unsetenv("QVTDEBUG");
+            simhost::platform::SetEnvironment("QVTDEBUG", nullptr);
         }
     }
     DebugSwitch(const DebugSwitch &) = delete;

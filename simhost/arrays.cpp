@@ -146,15 +146,19 @@ bool IndexInside(const char *entry, const ObjectRecord &array, RBInteger index, 
     return false;
 }
 
-intptr_t ArrayElementGet(REALarray handle, RBInteger index) {
+// An element travels as a word, or as itself where it is wider than a word
+// (64-bit kinds in a 32-bit build), as the plug-in passes it.
+template <typename Value>
+Value ArrayElementGet(REALarray handle, RBInteger index) {
     HostLock lock(State().mutex);
     LogCall("ArrayElementGet", NameOfObject(handle) + " index=" + std::to_string(index));
     ObjectRecord *a = UseArray("ArrayElementGet", handle);
     if (a == nullptr || !IndexInside("ArrayElementGet", *a, index, a->elementCount)) return 0;
-    return static_cast<intptr_t>(ReadElement(*a, static_cast<std::size_t>(index)));
+    return static_cast<Value>(ReadElement(*a, static_cast<std::size_t>(index)));
 }
 
-void ArrayElementSet(REALarray handle, intptr_t value, RBInteger index) {
+template <typename Value>
+void ArrayElementSet(REALarray handle, Value value, RBInteger index) {
     HostLock lock(State().mutex);
     LogCall("ArrayElementSet", NameOfObject(handle) + " index=" + std::to_string(index) +
                                    " value=" + std::to_string(value));
@@ -163,7 +167,8 @@ void ArrayElementSet(REALarray handle, intptr_t value, RBInteger index) {
     WriteElement(*a, static_cast<std::size_t>(index), value);
 }
 
-void ArrayElementInsert(REALarray handle, RBInteger index, intptr_t value) {
+template <typename Value>
+void ArrayElementInsert(REALarray handle, RBInteger index, Value value) {
     HostLock lock(State().mutex);
     LogCall("ArrayElementInsert", NameOfObject(handle) + " index=" + std::to_string(index) +
                                       " value=" + std::to_string(value));
@@ -195,6 +200,16 @@ const std::string &SelectorName(std::size_t kind, Operation op) {
     return names[kind * 3 + op];
 }
 
+template <typename Value>
+void *Procedure(Operation op) {
+    switch (op) {
+        case kGet: return EntryAddress(&ArrayElementGet<Value>);
+        case kSet: return EntryAddress(&ArrayElementSet<Value>);
+        case kInsert: return EntryAddress(&ArrayElementInsert<Value>);
+    }
+    return nullptr;
+}
+
 void *Select(std::size_t kind, Operation op, REALarray handle) {
     HostLock lock(State().mutex);
     const char *entry = SelectorName(kind, op).c_str();
@@ -206,12 +221,8 @@ void *Select(std::size_t kind, Operation op, REALarray handle) {
         Fault(std::string(entry) + ": " + NameOf(a) + " holds other elements");
         return nullptr;
     }
-    switch (op) {
-        case kGet: return EntryAddress(&ArrayElementGet);
-        case kSet: return EntryAddress(&ArrayElementSet);
-        case kInsert: return EntryAddress(&ArrayElementInsert);
-    }
-    return nullptr;
+    if (KindOf(a->arrayType)->width > sizeof(intptr_t)) return Procedure<int64_t>(op);
+    return Procedure<intptr_t>(op);
 }
 
 template <std::size_t K, Operation Op>

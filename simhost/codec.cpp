@@ -1,11 +1,9 @@
 #include "simhost/codec.h"
 
-#include <iconv.h>
-
 #include <bit>
-#include <cerrno>
 
 #include "abi/plugin_abi.h"
+#include "simhost/platform.h"
 
 namespace simhost::detail {
 
@@ -69,39 +67,6 @@ std::string_view TakeByteOrderMark(std::string_view bytes, uint32_t id, Codec &c
     return bytes;
 }
 
-// Runs iconv over the whole input; a unit that cannot be converted is
-// replaced and stepped over.
-bool Iconv(const char *from, const char *to, std::string_view in, std::size_t unit,
-           std::string_view replacement, std::string &out) {
-    iconv_t cd = iconv_open(to, from);
-    if (cd == reinterpret_cast<iconv_t>(-1)) return false;
-    out.clear();
-    char *inp = const_cast<char *>(in.data());
-    std::size_t inLeft = in.size();
-    std::string buffer(in.size() * 4 + 16, '\0');
-    bool ok = true;
-    for (;;) {
-        char *outp = buffer.data();
-        std::size_t outLeft = buffer.size();
-        std::size_t r = iconv(cd, &inp, &inLeft, &outp, &outLeft);
-        int error = errno;
-        out.append(buffer.data(), static_cast<std::size_t>(outp - buffer.data()));
-        if (r != static_cast<std::size_t>(-1)) break;
-        if (error == E2BIG) continue;
-        if (error != EILSEQ && error != EINVAL) {
-            ok = false;
-            break;
-        }
-        out += replacement;
-        std::size_t skip = error == EINVAL ? inLeft : std::min(unit, inLeft);
-        inp += skip;
-        inLeft -= skip;
-        if (inLeft == 0) break;
-    }
-    iconv_close(cd);
-    return ok;
-}
-
 }  // namespace
 
 bool IsKnownEncoding(uint32_t id) {
@@ -128,14 +93,14 @@ bool ConvertText(std::string_view bytes, uint32_t from, uint32_t to, std::string
     using namespace std::string_view_literals;
     std::string_view bad = kLittle ? "\xFD\xFF\0\0"sv : "\0\0\xFF\xFD"sv;
     std::string wide;
-    if (!Iconv(source.name, middle, bytes, source.unit, bad, wide)) return false;
+    if (!platform::Transcode(source.name, middle, bytes, source.unit, bad, wide)) return false;
     std::string question;
     if (target.unit == 1) {
         question = "?";
-    } else if (!Iconv("ASCII", target.name, "?", 1, {}, question)) {
+    } else if (!platform::Transcode("ASCII", target.name, "?", 1, {}, question)) {
         return false;
     }
-    return Iconv(middle, target.name, wide, 4, question, out);
+    return platform::Transcode(middle, target.name, wide, 4, question, out);
 }
 
 }  // namespace simhost::detail

@@ -1,5 +1,5 @@
-// The host's text conversion. This is the only place that knows which
-// library converts text; a port to another platform replaces codec.cpp.
+// The host's text conversion: the encoding ids and their rules here, the
+// character sets converted by the platform (simhost/platform.h).
 #pragma once
 
 #include <cstdint>

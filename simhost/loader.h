@@ -1,5 +1,5 @@
-// Loads a plug-in library by path and runs its REALPluginMain. The only
-// place that knows how the platform loads libraries.
+// Loads a plug-in library by path and runs its REALPluginMain, through the
+// platform's loader (simhost/platform.h).
 #pragma once
 
 #include <string>

@@ -36,7 +36,7 @@ TEST(DebugLogFrontEnds, EveryKindFollowsTheOneRule) {
         {Logged([] { DebugLogInt64("n", INT64_MIN); }), "QVT Debug: n -9223372036854775808\n"},
         {Logged([] { DebugLogUInt64("n", UINT64_MAX); }), "QVT Debug: n 18446744073709551615\n"},
         {Logged([] { DebugLogDouble("v", 2013.04, 0.5); }), "QVT Debug: v 2013.040000, 0.500000\n"},
-        {Logged([] { DebugLogPointer("p", nullptr); }), "QVT Debug: p (nil)\n"},
+        {Logged([] { DebugLogPointer("p", nullptr); }), "QVT Debug: p " + test::PointerText(nullptr) + "\n"},
         {Logged([&] { DebugLogPointer("p", &dummy); }),
          [&] {
              char expected[64];
@@ -136,7 +136,7 @@ TEST(DataChecks, ReportOnlyWithTheFlagOn) {
     EXPECT_EQ(Logged([&] { CheckClassData(nullptr, &classDef); }), "");
     gDebugging = true;
     EXPECT_EQ(Logged([&] { CheckClassData(nullptr, nullptr); }),
-              "QVT Debug: REALGetClassData with nil instance (nil)\n");
+              "QVT Debug: REALGetClassData with nil instance " + test::PointerText(nullptr) + "\n");
     EXPECT_EQ(Logged([&] { CheckClassData(instance, &classDef); }),
               "QVT Debug: REALGetClassData with dataSize 0\n");
     classDef.dataSize = 16;

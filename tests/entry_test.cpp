@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "diagnostics/debuglog.h"
 #include "host_fixture.h"
 #include "shell/entry.h"
+#include "simhost/platform.h"
 
 namespace qvt {
 namespace {
@@ -32,7 +32,7 @@ TEST(RecordVersion, FollowsTheHostVersionAtEveryBoundary) {
 class LoadTest : public HostTest {
 protected:
     void SetUp() override {
-        unsetenv("QVTDEBUG");
+        simhost::platform::SetEnvironment("QVTDEBUG", nullptr);
         gDebugging = false;
         HostTest::SetUp();
     }
@@ -61,7 +61,7 @@ TEST_F(LoadTest, HostWithoutVersionEntryIsServedTheOldForm) {
 }
 
 TEST_F(LoadTest, NilResolverMakesNoHostCallAndNoOutput) {
-    setenv("QVTDEBUG", "1", 1);
+    simhost::platform::SetEnvironment("QVTDEBUG", "1");
     StderrCapture output;
     REALPluginMain(nullptr);
     EXPECT_EQ(output.Take(), "");
@@ -82,7 +82,7 @@ void PrintTo(const DebugSwitchCase &c, std::ostream *out) { *out << c.name; }
 class DebugSwitchTest : public LoadTest, public ::testing::WithParamInterface<DebugSwitchCase> {};
 
 TEST_P(DebugSwitchTest, SetsTheFlagOnlyForOneTrueOrYes) {
-    if (GetParam().value) setenv("QVTDEBUG", GetParam().value, 1);
+    if (GetParam().value) simhost::platform::SetEnvironment("QVTDEBUG", GetParam().value);
     StderrCapture output;
     Load();
     output.Take();
@@ -116,7 +116,7 @@ TEST_P(LoadingLineTest, AppearsOnlyWithTheFlagOutsideTheRuntime) {
     hostOptions.inRuntime = c.inRuntime;
     if (!c.hasInRuntime) hostOptions.missingEntries.push_back("REALinRuntime");
     SetUp();
-    if (c.debug) setenv("QVTDEBUG", "1", 1);
+    if (c.debug) simhost::platform::SetEnvironment("QVTDEBUG", "1");
     StderrCapture output;
     Load();
     EXPECT_EQ(output.Take(), c.lineExpected

@@ -10,6 +10,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -474,7 +475,7 @@ std::vector<Row> RaisingRows() {
          On<I(O, REALarray, I)>(Blk{kTen}, nullptr, 0)},
         // Too large for a block: no block is made and nothing is read.
         {K::Global, "NewMemoryBlockWithBytesQVT(Data as Ptr, size as Integer) as MemoryBlock",
-         On<O(void *, I)>(Raw{kSix}, I{0x7FFFFFFF} + 1)},
+         On<O(void *, I)>(Raw{kSix}, std::numeric_limits<I>::max())},
         {K::Method, "Constructor(Size as Int64)", OnInstance<void(int64_t)>(0)},
         {K::Method, "Constructor(Mem as MemoryBlock)", OnInstance<void(O)>(nullptr)},
     };

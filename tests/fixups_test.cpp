@@ -125,14 +125,15 @@ TEST_F(FixupsTest, ListFixUpsReportABrokenPairByName) {
     char address[32];
     std::snprintf(address, sizeof address, "%p", static_cast<void *>(&constant));
     const std::string wrong = " called with wrong parameters: ";
+    const std::string nil = test::PointerText(nullptr);
     const struct { std::function<uintptr_t *()> fix; std::string line; } cases[] = {
         {[] { return FixMethods(nullptr, 0); }, ""},
-        {[] { return FixMethods(nullptr, 3); }, "Error: FixMethods" + wrong + "(nil) 3"},
-        {[] { return FixProperties(nullptr, 1); }, "Error: FixProperties" + wrong + "(nil) 1"},
+        {[] { return FixMethods(nullptr, 3); }, "Error: FixMethods" + wrong + nil + " 3"},
+        {[] { return FixProperties(nullptr, 1); }, "Error: FixProperties" + wrong + nil + " 1"},
         {[&] { return FixConstants(&constant, 0); }, "Error: FixConstants" + wrong + address + " 0"},
-        {[] { return FixStructures(nullptr, 2); }, "Error: FixStructures" + wrong + "(nil) 2"},
-        {[] { return FixEnums(nullptr, 4); }, "Error: FixEnums" + wrong + "(nil) 4"},
-        {[] { return FixEvents(nullptr, 5); }, "Error: FixEvents" + wrong + "(nil) 5"},
+        {[] { return FixStructures(nullptr, 2); }, "Error: FixStructures" + wrong + nil + " 2"},
+        {[] { return FixEnums(nullptr, 4); }, "Error: FixEnums" + wrong + nil + " 4"},
+        {[] { return FixEvents(nullptr, 5); }, "Error: FixEvents" + wrong + nil + " 5"},
     };
     for (const auto &c : cases) {
         uintptr_t *copy = reinterpret_cast<uintptr_t *>(1);
@@ -193,7 +194,7 @@ TEST_F(FixupsTest, OldModuleFormHasTwelveWords) {
     module.structureCount = 2;  // broken pair: the list is nil, the count stays
     uintptr_t *old = nullptr;
     EXPECT_EQ(LinesOf([&] { old = FixModule(&module); }),
-              Lines{"Error: FixStructures called with wrong parameters: (nil) 2"});
+              Lines{"Error: FixStructures called with wrong parameters: " + test::PointerText(nullptr) + " 2"});
     ASSERT_NE(old, nullptr);
     EXPECT_STREQ(reinterpret_cast<const char *>(old[1]), "Mod");
     EXPECT_EQ(TextAt(old, 2, 2), "M");

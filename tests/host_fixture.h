@@ -4,10 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "simhost/platform.h"
 #include "simhost/simhost.h"
 
 namespace qvt::test {
@@ -50,11 +52,24 @@ protected:
     }
 };
 
+// A pointer as the platform's printf writes %p: "(nil)" for null with glibc,
+// zero digits with Windows' runtime.
+inline std::string PointerText(const void *p) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%p", p);
+    return text;
+}
+
 // Captures what the plug-in writes to the debugger channel.
 class StderrCapture {
 public:
+#if defined(_WIN32)
+    StderrCapture() { simhost::platform::StartDebuggerCapture(); }
+    std::string Take() { return simhost::platform::TakeDebuggerCapture(); }
+#else
     StderrCapture() { ::testing::internal::CaptureStderr(); }
     std::string Take() { return ::testing::internal::GetCapturedStderr(); }
+#endif
 };
 
 }  // namespace qvt::test

@@ -2,13 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "memory/bits.h"
 #include "registration_fixture.h"
 #include "shell/definitions.h"
+#include "simhost/platform.h"
 
 namespace qvt {
 namespace {
@@ -18,7 +18,7 @@ using test::Lines;
 class FullLoadTest : public test::RegistrationTest {
 protected:
     void SetUp() override {
-        unsetenv("QVTDEBUG");
+        simhost::platform::SetEnvironment("QVTDEBUG", nullptr);
         RegistrationTest::SetUp();
         simhost::ClearResolverLog();
     }
@@ -163,7 +163,7 @@ TEST_F(FullLoadTest, ModulesCarryRewrittenDeclarationsAndTheHiddenProperty) {
 }
 
 TEST_F(FullLoadTest, DebuggingFlagAddsOnlyTheLoadingLine) {
-    setenv("QVTDEBUG", "1", 1);
+    simhost::platform::SetEnvironment("QVTDEBUG", "1");
     LoadOn(2013.04);
     EXPECT_EQ(log, (Lines{"Loading Memory in Xojo 2013.04 and plugin SDK version 13..."}));
     EXPECT_EQ(simhost::ResolverLog(), (Lines{"REALGetRBVersion", "RegisterPluginVersion",

@@ -213,8 +213,13 @@ TEST_F(TextTest, LogFormsPrintHostValues) {
     DebugLogTextValue("Caption", value);
     DebugLogTextValue("None", nullptr);
     const std::string p = "QVT Debug: ";
+#if defined(_WIN32)
+    const std::string wide = simhost::platform::AnsiText(u"a\u00F1");
+#else
+    const std::string wide = "a\xC3\xB1";
+#endif
     EXPECT_EQ(output.Take(), p + Address(s) + ": a\xC3\xB1\n" + p + "Value " + Address(s) + ": a\xC3\xB1\n" + p + "Nil " +
-                                 Address(nullptr) + ": \na\xC3\xB1\n" + p + "Caption " + Address(value) + " and no text\n" +
+                                 Address(nullptr) + ": \n" + wide + "\n" + p + "Caption " + Address(value) + " and no text\n" +
                                  p + "Caption " + Address(value) + ": t\xC3\xA9xt\n" + p + "None " + Address(nullptr) + " and no text\n");
     EXPECT_EQ(gDisposed, 1);
     simhost::Release(s);

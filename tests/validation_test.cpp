@@ -63,7 +63,7 @@ TEST(PairRule, BothAbsentOrBothPresentWithinTheLimit) {
     } cases[] = {
         {nullptr, 0, 1000, true}, {&list, 1000, 1000, true}, {&list, 1001, 1000, false},
         {nullptr, 3, 1000, false}, {&list, 0, 1000, false}, {nullptr, 0, 0, true},
-        {&list, 0x1'0000'0001u, 1000, true},  // a count is its lower 32 bits
+        {&list, static_cast<RBWord>(0x1'0000'0001u), 1000, true},  // a count is its lower 32 bits
     };
     for (const auto &c : cases) {
         EXPECT_EQ(ListIsRight(c.list, c.count, c.limit), c.right)

@@ -1,0 +1,39 @@
+// What the simulated host and its users need of the operating system:
+// shared libraries, text conversion and the environment. platform_posix.cpp (dlopen, iconv) and
+// platform_windows.cpp (LoadLibrary, MultiByteToWideChar) implement it.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace simhost::platform {
+
+// Null when the library cannot be opened or has no such symbol, `error`
+// saying why.
+void *OpenLibrary(const std::string &path, std::string &error);
+void *FindSymbol(void *library, const char *name, std::string &error);
+void CloseLibrary(void *library);
+
+// Converts `in` between two character sets named as iconv names them
+// (UTF-8, UTF-16LE/BE, UTF-32LE/BE, ISO-8859-1, CP1252, MACINTOSH, ASCII).
+// A unit of `unit` input bytes that cannot be read, or a character that the
+// target lacks, becomes `replacement` and is stepped over; a cut-off
+// sequence at the end becomes one `replacement`. False for an unknown name.
+bool Transcode(const char *from, const char *to, std::string_view in, std::size_t unit,
+               std::string_view replacement, std::string &out);
+
+// Sets a variable of this process's environment, or removes it for nil.
+void SetEnvironment(const char *name, const char *value);
+
+#if defined(_WIN32)
+// The debugger channel (OutputDebugString) reaches a debugger, not standard
+// error. This stands in for one until Take: each line kept as it came, with
+// the "\n" that the channel adds elsewhere. A wide line is kept in the ANSI
+// code page (AnsiText), as a listener of narrow lines receives it.
+void StartDebuggerCapture();
+std::string TakeDebuggerCapture();
+std::string AnsiText(std::u16string_view text);
+#endif
+
+}  // namespace simhost::platform

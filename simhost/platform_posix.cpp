@@ -1,0 +1,76 @@
+#include <dlfcn.h>
+#include <iconv.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "simhost/platform.h"
+
+namespace simhost::platform {
+
+namespace {
+
+std::string LastError(const char *fallback) {
+    const char *text = dlerror();
+    return text != nullptr ? text : fallback;
+}
+
+}  // namespace
+
+void *OpenLibrary(const std::string &path, std::string &error) {
+    dlerror();
+    void *library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) error = LastError("cannot open the library");
+    return library;
+}
+
+void *FindSymbol(void *library, const char *name, std::string &error) {
+    dlerror();
+    void *symbol = dlsym(library, name);
+    if (symbol == nullptr) error = LastError("symbol not found");
+    return symbol;
+}
+
+void CloseLibrary(void *library) { dlclose(library); }
+
+bool Transcode(const char *from, const char *to, std::string_view in, std::size_t unit,
+               std::string_view replacement, std::string &out) {
+    iconv_t cd = iconv_open(to, from);
+    if (cd == reinterpret_cast<iconv_t>(-1)) return false;
+    out.clear();
+    char *inp = const_cast<char *>(in.data());
+    std::size_t inLeft = in.size();
+    std::string buffer(in.size() * 4 + 16, '\0');
+    bool ok = true;
+    for (;;) {
+        char *outp = buffer.data();
+        std::size_t outLeft = buffer.size();
+        std::size_t r = iconv(cd, &inp, &inLeft, &outp, &outLeft);
+        int error = errno;
+        out.append(buffer.data(), static_cast<std::size_t>(outp - buffer.data()));
+        if (r != static_cast<std::size_t>(-1)) break;
+        if (error == E2BIG) continue;
+        if (error != EILSEQ && error != EINVAL) {
+            ok = false;
+            break;
+        }
+        out += replacement;
+        std::size_t skip = error == EINVAL ? inLeft : std::min(unit, inLeft);
+        inp += skip;
+        inLeft -= skip;
+        if (inLeft == 0) break;
+    }
+    iconv_close(cd);
+    return ok;
+}
+
+void SetEnvironment(const char *name, const char *value) {
+    if (value != nullptr) {
+        setenv(name, value, 1);
+    } else {
+        unsetenv(name);
+    }
+}
+
+}  // namespace simhost::platform
