@@ -56,6 +56,17 @@ int64_t PlainCopy(const uint8_t *from, uint8_t *to, std::size_t n) {
 }
 int64_t CopyAToD(const Row &, Buffers &c) { return PlainCopy(c.pa, c.pd, c.n); }
 
+// A copy whose bytes come from A and land in D (a block, raw memory or a
+// new value): one plain loop and memcpy serve them all.
+Row CopyOfA(Row row) {
+    row.family = "copy";
+    row.plain = CopyAToD;
+    row.library = Memcpy;
+    row.libraryKey = "memcpy";
+    row.dEighths = 8;
+    return row;
+}
+
 // The result block or string of a call, kept for release and comparison.
 int64_t Keep(Buffers &c, O block) {
     c.result = block;
@@ -96,6 +107,14 @@ int64_t PlainFindNotByte(const Row &, Buffers &c) {
         if (c.pa[i] != kUniform) return static_cast<int64_t>(i);
     }
     return -1;
+}
+// A search for one byte, or for the first other byte, compared with memchr.
+Row ByteSearch(Row row) {
+    row.family = "search";
+    row.library = Memchr;
+    row.libraryKey = "memchr";
+    row.touched = 1;
+    return row;
 }
 
 // A target of row.p bytes drawn from the text's own letters, so that its first
@@ -171,6 +190,24 @@ int64_t CallRange(const Row &, REALproc f, Buffers &c) {
     return 0;
 }
 
+// In-place reversals of the whole range, with std::reverse to compare...
+Row WholeReversal(Row row) {
+    row.call = CallRange;
+    row.plain = PlainReverse;
+    row.library = Reverse;
+    row.libraryKey = "std::reverse";
+    row.goal = Goal::Streaming;
+    row.p = 1;
+    return row;
+}
+// ...and of each group of row.p bytes; the call is over the range unless given.
+Row GroupReversal(Row row) {
+    if (row.call == nullptr) row.call = CallRange;
+    row.plain = PlainSwapA;
+    row.goal = Goal::Streaming;
+    return row;
+}
+
 // Whether an in-place endian name swaps on this machine: its two orders differ.
 bool Swaps(const std::string &orders) {
     auto order = [](char letter) {
@@ -218,29 +255,20 @@ std::vector<Row> MemoryRows() {
          .library = Memmove,
          .libraryKey = "memmove",
          .aEighths = 16},
-        {.name = "CopyBytesQVT to a block",
-         .family = "copy",
-         .declaration = "CopyBytesQVT(srcOfs as Integer, numBytes as Integer, destBlk as "
-                        "MemoryBlock, destOfs as Integer)",
-         .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
-             Invoke<void, O, I, I, O, I>(f, c.a, 0, N(c), c.d, 0);
-             return 0;
-         },
-         .plain = CopyAToD,
-         .library = Memcpy,
-         .libraryKey = "memcpy",
-         .dEighths = 8},
-        {.name = "CopyBytesToMacPtrQVT",
-         .family = "copy",
-         .declaration = "CopyBytesToMacPtrQVT(srcOfs as Integer, numBytes as Integer, destPtr as Ptr)",
-         .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
-             Invoke<void, O, I, I, void *>(f, c.a, 0, N(c), c.pd);
-             return 0;
-         },
-         .plain = CopyAToD,
-         .library = Memcpy,
-         .libraryKey = "memcpy",
-         .dEighths = 8},
+        CopyOfA({.name = "CopyBytesQVT to a block",
+                 .declaration = "CopyBytesQVT(srcOfs as Integer, numBytes as Integer, destBlk as "
+                                "MemoryBlock, destOfs as Integer)",
+                 .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
+                     Invoke<void, O, I, I, O, I>(f, c.a, 0, N(c), c.d, 0);
+                     return 0;
+                 }}),
+        CopyOfA({.name = "CopyBytesToMacPtrQVT",
+                 .declaration = "CopyBytesToMacPtrQVT(srcOfs as Integer, numBytes as Integer, "
+                                "destPtr as Ptr)",
+                 .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
+                     Invoke<void, O, I, I, void *>(f, c.a, 0, N(c), c.pd);
+                     return 0;
+                 }}),
         {.name = "CopyBytesFromMacPtrQVT",
          .family = "copy",
          .declaration = "CopyBytesFromMacPtrQVT(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)",
@@ -252,18 +280,13 @@ std::vector<Row> MemoryRows() {
          .library = Memcpy,
          .libraryKey = "memcpy",
          .bEighths = 8},
-        {.name = "GetStringQVT",
-         .family = "copy",
-         .declaration = "GetStringQVT(offset as Integer, numBytes as Integer) as String",
-         .call = [](const Row &, REALproc f, Buffers &c) {
-             return KeepText(c, Invoke<REALstring, O, I, I>(f, c.a, 0, N(c)));
-         },
-         .plain = CopyAToD,
-         .library = Memcpy,
-         .libraryKey = "memcpy",
-         .dEighths = 8,
-         .aData = Data::Text,
-         .allocates = true},
+        CopyOfA({.name = "GetStringQVT",
+                 .declaration = "GetStringQVT(offset as Integer, numBytes as Integer) as String",
+                 .call = [](const Row &, REALproc f, Buffers &c) {
+                     return KeepText(c, Invoke<REALstring, O, I, I>(f, c.a, 0, N(c)));
+                 },
+                 .aData = Data::Text,
+                 .allocates = true}),
         {.name = "SetStringQVT",
          .family = "copy",
          .declaration = "SetStringQVT(str as String, offset as Integer)",
@@ -277,44 +300,30 @@ std::vector<Row> MemoryRows() {
          .bEighths = 8,
          .bData = Data::Text,
          .prepare = StringOfB},
-        {.name = "LeftQVT",
-         .family = "copy",
-         .declaration = "LeftQVT(length as integer) as Memoryblock",
-         .call = [](const Row &, REALproc f, Buffers &c) { return Keep(c, Invoke<O, O, I>(f, c.a, N(c))); },
-         .plain = CopyAToD,
-         .library = Memcpy,
-         .libraryKey = "memcpy",
-         .dEighths = 8,
-         .allocates = true},
-        {.name = "RightQVT",
-         .family = "copy",
-         .declaration = "RightQVT(length As Integer) as Memoryblock",
-         .call = [](const Row &, REALproc f, Buffers &c) { return Keep(c, Invoke<O, O, I>(f, c.a, N(c))); },
-         .plain = CopyAToD,
-         .library = Memcpy,
-         .libraryKey = "memcpy",
-         .dEighths = 8,
-         .allocates = true},
-        {.name = "MidQVT(offset)",
-         .family = "copy",
-         .declaration = "MidQVT(offset as integer) as Memoryblock",
-         .call = [](const Row &, REALproc f, Buffers &c) { return Keep(c, Invoke<O, O, I>(f, c.a, 0)); },
-         .plain = CopyAToD,
-         .library = Memcpy,
-         .libraryKey = "memcpy",
-         .dEighths = 8,
-         .allocates = true},
-        {.name = "MidQVT(offset, length)",
-         .family = "copy",
-         .declaration = "MidQVT(offset As Integer, length As Integer) as Memoryblock",
-         .call = [](const Row &, REALproc f, Buffers &c) {
-             return Keep(c, Invoke<O, O, I, I>(f, c.a, 0, N(c)));
-         },
-         .plain = CopyAToD,
-         .library = Memcpy,
-         .libraryKey = "memcpy",
-         .dEighths = 8,
-         .allocates = true},
+        CopyOfA({.name = "LeftQVT",
+                 .declaration = "LeftQVT(length as integer) as Memoryblock",
+                 .call = [](const Row &, REALproc f, Buffers &c) {
+                     return Keep(c, Invoke<O, O, I>(f, c.a, N(c)));
+                 },
+                 .allocates = true}),
+        CopyOfA({.name = "RightQVT",
+                 .declaration = "RightQVT(length As Integer) as Memoryblock",
+                 .call = [](const Row &, REALproc f, Buffers &c) {
+                     return Keep(c, Invoke<O, O, I>(f, c.a, N(c)));
+                 },
+                 .allocates = true}),
+        CopyOfA({.name = "MidQVT(offset)",
+                 .declaration = "MidQVT(offset as integer) as Memoryblock",
+                 .call = [](const Row &, REALproc f, Buffers &c) {
+                     return Keep(c, Invoke<O, O, I>(f, c.a, 0));
+                 },
+                 .allocates = true}),
+        CopyOfA({.name = "MidQVT(offset, length)",
+                 .declaration = "MidQVT(offset As Integer, length As Integer) as Memoryblock",
+                 .call = [](const Row &, REALproc f, Buffers &c) {
+                     return Keep(c, Invoke<O, O, I, I>(f, c.a, 0, N(c)));
+                 },
+                 .allocates = true}),
         {.name = "AppendQVT",
          .family = "copy",
          .declaration = "AppendQVT(other as Memoryblock) as Memoryblock",
@@ -329,18 +338,13 @@ std::vector<Row> MemoryRows() {
          .bEighths = 4,
          .dEighths = 8,
          .allocates = true},
-        {.name = "NewMemoryBlockWithBytesQVT",
-         .family = "copy",
-         .declaration = "NewMemoryBlockWithBytesQVT(Data as Ptr, size as Integer) as MemoryBlock",
-         .call = [](const Row &, REALproc f, Buffers &c) {
-             return Keep(c, Invoke<O, const void *, I>(f, c.pa, N(c)));
-         },
-         .plain = CopyAToD,
-         .library = Memcpy,
-         .libraryKey = "memcpy",
-         .dEighths = 8,
-         .global = true,
-         .allocates = true},
+        CopyOfA({.name = "NewMemoryBlockWithBytesQVT",
+                 .declaration = "NewMemoryBlockWithBytesQVT(Data as Ptr, size as Integer) as MemoryBlock",
+                 .call = [](const Row &, REALproc f, Buffers &c) {
+                     return Keep(c, Invoke<O, const void *, I>(f, c.pa, N(c)));
+                 },
+                 .global = true,
+                 .allocates = true}),
 
         // ---- fill and invert ----
         {.name = "FillBytesQVT",
@@ -372,44 +376,35 @@ std::vector<Row> MemoryRows() {
          .goal = Goal::Streaming},
 
         // ---- search and compare ----
-        {.name = "FindByteQVT(byte)",
-         .family = "search",
-         .declaration = "FindByteQVT(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
-         .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
-             return Invoke<I, O, I, I, I>(f, c.a, 0, N(c), kNeedle);
-         },
-         .plain = PlainFindByte,
-         .library = Memchr,
-         .libraryKey = "memchr",
-         .aData = Data::NeedleAtEnd,
-         .touched = 1,
-         .goal = Goal::FindByte},
-        {.name = "FindByteQVT(values)",
-         .family = "search",
-         .declaration = "FindByteQVT(values() as UInt8, StartByteOffset as Integer = 0) as Integer",
-         .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
-             return Invoke<I, O, REALarray, I>(f, c.a, c.values, 0);
-         },
-         .plain = PlainFindByte,
-         .library = Memchr,
-         .libraryKey = "memchr",
-         .aData = Data::NeedleAtEnd,
-         .prepare = [](const Row &, Buffers &c) {
-             c.values = simhost::NewArray(simhost::kArrayUInt8, {kNeedle});
-         },
-         .touched = 1},
-        {.name = "FindNotByteQVT",
-         .family = "search",
-         .declaration = "FindNotByteQVT(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
-         .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
-             return Invoke<I, O, I, I, I>(f, c.a, 0, N(c), kUniform);
-         },
-         .plain = PlainFindNotByte,
-         .library = Memchr,
-         .libraryKey = "memchr",
-         .aData = Data::Uniform,
-         .touched = 1,
-         .goal = Goal::FindNotByte},
+        ByteSearch({.name = "FindByteQVT(byte)",
+                    .declaration = "FindByteQVT(srcOfs as Integer, numBytes as Integer, byteValue "
+                                   "as integer) as integer",
+                    .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
+                        return Invoke<I, O, I, I, I>(f, c.a, 0, N(c), kNeedle);
+                    },
+                    .plain = PlainFindByte,
+                    .aData = Data::NeedleAtEnd,
+                    .goal = Goal::FindByte}),
+        ByteSearch({.name = "FindByteQVT(values)",
+                    .declaration = "FindByteQVT(values() as UInt8, StartByteOffset as Integer = "
+                                   "0) as Integer",
+                    .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
+                        return Invoke<I, O, REALarray, I>(f, c.a, c.values, 0);
+                    },
+                    .plain = PlainFindByte,
+                    .aData = Data::NeedleAtEnd,
+                    .prepare = [](const Row &, Buffers &c) {
+                        c.values = simhost::NewArray(simhost::kArrayUInt8, {kNeedle});
+                    }}),
+        ByteSearch({.name = "FindNotByteQVT",
+                    .declaration = "FindNotByteQVT(srcOfs as Integer, numBytes as Integer, "
+                                   "byteValue as integer) as integer",
+                    .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
+                        return Invoke<I, O, I, I, I>(f, c.a, 0, N(c), kUniform);
+                    },
+                    .plain = PlainFindNotByte,
+                    .aData = Data::Uniform,
+                    .goal = Goal::FindNotByte}),
         {.name = "BytesZeroQVT",
          .family = "search",
          .declaration = "BytesZeroQVT(srcOfs as Integer, numBytes as Integer) as Boolean",
@@ -451,38 +446,21 @@ std::vector<Row> MemoryRows() {
          .goal = Goal::Compare},
 
         // ---- whole-range byte order and mirroring ----
-        {.name = "SwapBytesQVT",
-         .family = "endian",
-         .declaration = "SwapBytesQVT(offset as Integer, numBytes as Integer)",
-         .call = CallRange,
-         .plain = PlainReverse,
-         .library = Reverse,
-         .libraryKey = "std::reverse",
-         .goal = Goal::Streaming,
-         .p = 1},
-        {.name = "SwapBytes16QVT",
-         .family = "endian",
-         .declaration = "SwapBytes16QVT(offset as Integer, numBytes as Integer)",
-         .call = CallRange,
-         .plain = PlainSwapA,
-         .goal = Goal::Streaming,
-         .p = 2},
-        {.name = "SwapBytes32QVT",
-         .family = "endian",
-         .declaration = "SwapBytes32QVT(offset as Integer, numBytes as Integer)",
-         .call = CallRange,
-         .plain = PlainSwapA,
-         .goal = Goal::Streaming,
-         .p = 4},
-        {.name = "MirrorBytesQVT",
-         .family = "mirror",
-         .declaration = "MirrorBytesQVT(offsetByte as Integer = 0, lengthByte as integer = -1)",
-         .call = CallRange,
-         .plain = PlainReverse,
-         .library = Reverse,
-         .libraryKey = "std::reverse",
-         .goal = Goal::Streaming,
-         .p = 1},
+        WholeReversal({.name = "SwapBytesQVT",
+                       .family = "endian",
+                       .declaration = "SwapBytesQVT(offset as Integer, numBytes as Integer)"}),
+        GroupReversal({.name = "SwapBytes16QVT",
+                       .family = "endian",
+                       .declaration = "SwapBytes16QVT(offset as Integer, numBytes as Integer)",
+                       .p = 2}),
+        GroupReversal({.name = "SwapBytes32QVT",
+                       .family = "endian",
+                       .declaration = "SwapBytes32QVT(offset as Integer, numBytes as Integer)",
+                       .p = 4}),
+        WholeReversal({.name = "MirrorBytesQVT",
+                       .family = "mirror",
+                       .declaration =
+                           "MirrorBytesQVT(offsetByte as Integer = 0, lengthByte as integer = -1)"}),
         {.name = "MirrorBitsInBytesQVT",
          .family = "mirror",
          .declaration = "MirrorBitsInBytesQVT(offsetByte as Integer, lengthByte as integer)",
@@ -629,28 +607,21 @@ std::vector<Row> MemoryRows() {
 
     // The in-place byte order names that swap on this machine; the others
     // touch no byte and have nothing to measure.
+    std::vector<std::pair<std::string, int>> swaps;  // name, element width
     for (const char *element : {"S32", "U32", "S16", "U16"}) {
         for (const char *orders : {"BtoN", "BtoL", "NtoB", "NtoL", "LtoN", "LtoB"}) {
-            if (!Swaps(orders)) continue;
-            const std::string name = std::string("Endian") + element + "_" + orders + "QVT";
-            rows.push_back({.name = name,
-                            .family = "endian",
-                            .declaration = name + "(offset as integer,count as integer)",
-                            .call = CallElements,
-                            .plain = PlainSwapA,
-                            .goal = Goal::Streaming,
-                            .p = element[1] == '3' ? 4 : 2});
+            if (Swaps(orders))
+                swaps.emplace_back(std::string("Endian") + element + "_" + orders + "QVT",
+                                   element[1] == '3' ? 4 : 2);
         }
     }
-    for (int width : {2, 4}) {
-        const std::string name = "EndianSwap" + std::to_string(8 * width) + "QVT";
-        rows.push_back({.name = name,
-                        .family = "endian",
-                        .declaration = name + "(offset as integer,count as integer)",
-                        .call = CallElements,
-                        .plain = PlainSwapA,
-                        .goal = Goal::Streaming,
-                        .p = width});
+    for (int width : {2, 4}) swaps.emplace_back("EndianSwap" + std::to_string(8 * width) + "QVT", width);
+    for (const auto &[name, width] : swaps) {
+        rows.push_back(GroupReversal({.name = name,
+                                      .family = "endian",
+                                      .declaration = name + "(offset as integer,count as integer)",
+                                      .call = CallElements,
+                                      .p = width}));
     }
     return rows;
 }

@@ -331,4 +331,20 @@ inline void ExpectNewBlock(REALobject block, const std::optional<Bytes> &expecte
     simhost::Release(block);
 }
 
+// At most `most` calls over one world of blocks, each picked by the input.
+template <typename Call>
+void RunCalls(FuzzedDataProvider &in, int most, Call &&call) {
+    World world(in);
+    for (int calls = 0; calls < most && in.remaining_bytes() > 0; ++calls) call(in, world);
+}
+
+// A whole input of a target over blocks, on a fresh host.
+template <typename Call>
+int RunInput(const uint8_t *data, std::size_t size, int most, Call &&call) {
+    FuzzedDataProvider in(data, size);
+    FreshHost();
+    RunCalls(in, most, call);
+    return 0;
+}
+
 }  // namespace qvt::fuzz

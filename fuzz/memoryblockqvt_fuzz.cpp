@@ -245,10 +245,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     qvt::RegisterClass(&qvt::gMemoryBlockQVTClass);
     const REALobject instance = simhost::NewInstance("MemoryBlockQVT");
     {
-        World world(in);
         Model model;
-        for (int calls = 0; calls < 10 && in.remaining_bytes() > 0; ++calls)
+        RunCalls(in, 10, [&](FuzzedDataProvider &, World &world) {
             RunOne(in, world, model, instance);
+        });
     }
     // The object's end runs Close: no block and no memory may stay.
     simhost::Release(instance);

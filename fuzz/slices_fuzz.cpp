@@ -171,12 +171,8 @@ void FromPtr(FuzzedDataProvider &in, World &world) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     using namespace qvt::fuzz;
-    FuzzedDataProvider in(data, size);
-    FreshHost();
-    World world(in);
-    for (int calls = 0; calls < 6 && in.remaining_bytes() > 0; ++calls) {
+    return RunInput(data, size, 6, [](FuzzedDataProvider &in, World &world) {
         if (in.ConsumeIntegralInRange<int>(0, 15) == 0) FromPtr(in, world);
         else RunOne(in, world);
-    }
-    return 0;
+    });
 }

@@ -90,10 +90,5 @@ void RunOne(FuzzedDataProvider &in, World &world) {
 }  // namespace qvt::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    using namespace qvt::fuzz;
-    FuzzedDataProvider in(data, size);
-    FreshHost();
-    World world(in);
-    for (int calls = 0; calls < 6 && in.remaining_bytes() > 0; ++calls) RunOne(in, world);
-    return 0;
+    return qvt::fuzz::RunInput(data, size, 6, qvt::fuzz::RunOne);
 }

@@ -71,31 +71,30 @@ struct Kind<ArrayInteger> {
     static void Unlock(ArrayInteger) {}
 };
 
-template <>
-struct Kind<REALobject> {
-    static constexpr auto &get = host::PluginObjectArrayGetProc;
-    static constexpr auto &set = host::PluginObjectArraySetProc;
-    static constexpr auto &insert = host::PluginObjectArrayInsertProc;
-    static void Lock(REALobject value) {
-        if (value) host::REALLockObject(value);
+// Object and string handles, each kept alive by the host's lock of its kind.
+template <typename Handle, auto &getProc, auto &setProc, auto &insertProc, auto &lockProc,
+          auto &unlockProc>
+struct HandleKind {
+    static constexpr auto &get = getProc;
+    static constexpr auto &set = setProc;
+    static constexpr auto &insert = insertProc;
+    static void Lock(Handle value) {
+        if (value) lockProc(value);
     }
-    static void Unlock(REALobject value) {
-        if (value) host::REALUnlockObject(value);
+    static void Unlock(Handle value) {
+        if (value) unlockProc(value);
     }
 };
 
 template <>
-struct Kind<REALstring> {
-    static constexpr auto &get = host::PluginStringArrayGetProc;
-    static constexpr auto &set = host::PluginStringArraySetProc;
-    static constexpr auto &insert = host::PluginStringArrayInsertProc;
-    static void Lock(REALstring value) {
-        if (value) host::REALLockString(value);
-    }
-    static void Unlock(REALstring value) {
-        if (value) host::REALUnlockString(value);
-    }
-};
+struct Kind<REALobject>
+    : HandleKind<REALobject, host::PluginObjectArrayGetProc, host::PluginObjectArraySetProc,
+                 host::PluginObjectArrayInsertProc, host::REALLockObject, host::REALUnlockObject> {};
+
+template <>
+struct Kind<REALstring>
+    : HandleKind<REALstring, host::PluginStringArrayGetProc, host::PluginStringArraySetProc,
+                 host::PluginStringArrayInsertProc, host::REALLockString, host::REALUnlockString> {};
 
 // The tests every accessor makes, in this order: nil array, index, then the
 // header test. `elements` is set when the direct way is open.

@@ -95,18 +95,8 @@ void RegisterControl(REALcontrolDefinition *d) {
         {offsetof(C, enums), kListLimit,
          "Error: The control %s has the wrong enumCount value: %d"},
     };
-    if (d == nullptr) {
-        DebugLog("Error: A control registered is nil.");
-        return;
-    }
-    if (gpartname == nullptr) {
-        DebugLog("Error: gpartname is nil!? %s", d->name);
-        return;
-    }
-    if (Count(d->version) != kCurrentREALControlVersion) {
-        DebugLog("Error: The control %s has the wrong kCurrentREALControlVersion: %d vs. %d",
-                 d->name, Shown(d->version), kCurrentREALControlVersion);
-    }
+    if (!MayRegister(d, "control")) return;
+    CheckRecordVersion("control", d->name, d->version);
     if (Count(d->dataSize) == 0) {
         DebugLog("Error: The control %s has the dataSize being zero!", d->name);
     }
@@ -119,19 +109,10 @@ void RegisterControl(REALcontrolDefinition *d) {
         DebugLog("Error: The control %s has the wrong defaultHeight value: %d", d->name,
                  Shown(d->defaultHeight));
     }
-    if (Count(d->forSystemUse) != 0) {
-        DebugLog("Error: The control %s has the wrong forSystemUse value: %d", d->name,
-                 Shown(d->forSystemUse));
-    }
+    CheckForSystemUse("control", d->name, d->forSystemUse);
     CheckLists(d, d->name, kLists);
 
-    CheckMethods(d->name, d->methods, d->methodCount);
-    CheckProperties(d->name, d->properties, d->propertyCount);
-    CheckConstants(d->name, d->constants, d->constantCount);
-    CheckEvents(d->name, d->events, d->eventCount);
-    CheckMethods(d->name, d->sharedMethods, d->sharedMethodCount);
-    CheckProperties(d->name, d->sharedProperties, d->sharedPropertyCount);
-    CheckDelegates(d->name, d->delegates, d->delegateCount);
+    CheckMemberLists(d, Delegates::AfterShared);
     CheckVariableOffsets(d->name, d->properties, d->propertyCount, d->dataSize);
     CheckControlDesktop(d);
 
@@ -147,18 +128,8 @@ void RegisterInterface(REALinterfaceDefinition *d) {
         {offsetof(I, attributes), kListLimit,
          "Error: The interface %s has the wrong attributeCount value: %d"},
     };
-    if (d == nullptr) {
-        DebugLog("Error: A interface registered is nil.");
-        return;
-    }
-    if (gpartname == nullptr) {
-        DebugLog("Error: gpartname is nil!? %s", d->name);
-        return;
-    }
-    if (Count(d->version) != kCurrentREALControlVersion) {
-        DebugLog("Error: The interface %s has the wrong kCurrentREALControlVersion: %d vs. %d",
-                 d->name, Shown(d->version), kCurrentREALControlVersion);
-    }
+    if (!MayRegister(d, "interface")) return;
+    CheckRecordVersion("interface", d->name, d->version);
     if (d->name == nullptr) DebugLog("Error: A interface without name.");
     CheckLists(d, d->name, kLists);
     // The methods of an interface are declarations only and are not walked.

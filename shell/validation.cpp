@@ -123,6 +123,20 @@ void ReportMembersByTarget(const char *text, const char *owner,
     ReportByTarget(text, owner, list, count, target, reportEqual, spared);
 }
 
+void CheckRecordVersion(const char *kind, const char *name, RBWord version, uint32_t alsoRight) {
+    if (Count(version) != kCurrentREALControlVersion && Count(version) != alsoRight) {
+        DebugLog("Error: The %s %s has the wrong kCurrentREALControlVersion: %d vs. %d", kind, name,
+                 Shown(version), kCurrentREALControlVersion);
+    }
+}
+
+void CheckForSystemUse(const char *kind, const char *name, RBWord forSystemUse) {
+    if (Count(forSystemUse) != 0) {
+        DebugLog("Error: The %s %s has the wrong forSystemUse value: %d", kind, name,
+                 Shown(forSystemUse));
+    }
+}
+
 void CheckAttributes(const char *prefix, const char *owner,
                      const REALattributeDefinition *attributes, RBWord count) {
     if (Count(count) > kValidatorLimit) {
@@ -297,23 +311,10 @@ void RegisterClass(REALclassDefinition *d) {
          "Error: The class %s has the wrong delegateCount value: %d"},
         {offsetof(C, enums), kListLimit, "Error: The class %s has the wrong enumCount value: %d"},
     };
-    if (d == nullptr) {
-        DebugLog("Error: A class registered is nil.");
-        return;
-    }
-    if (gpartname == nullptr) {
-        DebugLog("Error: gpartname is nil!? %s", d->name);
-        return;
-    }
-    if (Count(d->version) != kCurrentREALControlVersion) {
-        DebugLog("Error: The class %s has the wrong kCurrentREALControlVersion: %d vs. %d", d->name,
-                 Shown(d->version), kCurrentREALControlVersion);
-    }
+    if (!MayRegister(d, "class")) return;
+    CheckRecordVersion("class", d->name, d->version);
     if (d->name == nullptr) DebugLog("Error: A class without name.");
-    if (Count(d->forSystemUse) != 0) {
-        DebugLog("Error: The class %s has the wrong forSystemUse value: %d", d->name,
-                 Shown(d->forSystemUse));
-    }
+    CheckForSystemUse("class", d->name, d->forSystemUse);
     CheckLists(d, d->name, kLists);
     // A subclass of one of the plug-in's own classes inherits its data.
     if (d->superName != nullptr && Count(d->dataSize) > 0 &&
@@ -326,13 +327,7 @@ void RegisterClass(REALclassDefinition *d) {
     }
 
     CheckAttributes("", d->name, d->attributes, d->attributeCount);
-    CheckMethods(d->name, d->methods, d->methodCount);
-    CheckProperties(d->name, d->properties, d->propertyCount);
-    CheckConstants(d->name, d->constants, d->constantCount);
-    CheckEvents(d->name, d->events, d->eventCount);
-    CheckDelegates(d->name, d->delegates, d->delegateCount);
-    CheckMethods(d->name, d->sharedMethods, d->sharedMethodCount);
-    CheckProperties(d->name, d->sharedProperties, d->sharedPropertyCount);
+    CheckMemberLists(d, Delegates::BeforeShared);
     CheckClassMembers(d);
 
     FixClassFlags(d);
@@ -373,19 +368,8 @@ void RegisterClassExtension(REALclassDefinition *d) {
         {offsetof(C, sharedMethodCount),
          "Warning: The class extension %s has the sharedMethods value: %d"},
     };
-    if (d == nullptr) {
-        DebugLog("Error: A class extension registered is nil.");
-        return;
-    }
-    if (gpartname == nullptr) {
-        DebugLog("Error: gpartname is nil!? %s", d->name);
-        return;
-    }
-    if (Count(d->version) != kCurrentREALControlVersion) {
-        DebugLog(
-            "Error: The class extension %s has the wrong kCurrentREALControlVersion: %d vs. %d",
-            d->name, Shown(d->version), kCurrentREALControlVersion);
-    }
+    if (!MayRegister(d, "class extension")) return;
+    CheckRecordVersion("class extension", d->name, d->version);
     if (d->name == nullptr) DebugLog("Error: A class extension without name.");
     if (d->superName != nullptr) {
         DebugLog("Error: A class extension can't have super name: %s", d->superName);
@@ -394,19 +378,10 @@ void RegisterClassExtension(REALclassDefinition *d) {
         DebugLog("Error: The class extension %s has the dataSize value: %d", d->name,
                  Shown(d->dataSize));
     }
-    if (Count(d->forSystemUse) != 0) {
-        DebugLog("Error: The class extension %s has the wrong forSystemUse value: %d", d->name,
-                 Shown(d->forSystemUse));
-    }
+    CheckForSystemUse("class extension", d->name, d->forSystemUse);
     CheckLists(d, d->name, kLists);
 
-    CheckMethods(d->name, d->methods, d->methodCount);
-    CheckProperties(d->name, d->properties, d->propertyCount);
-    CheckConstants(d->name, d->constants, d->constantCount);
-    CheckEvents(d->name, d->events, d->eventCount);
-    CheckMethods(d->name, d->sharedMethods, d->sharedMethodCount);
-    CheckProperties(d->name, d->sharedProperties, d->sharedPropertyCount);
-    CheckDelegates(d->name, d->delegates, d->delegateCount);
+    CheckMemberLists(d, Delegates::AfterShared);
 
     for (const auto &warning : kCountWarnings) {
         RBWord count = 0;
@@ -441,20 +416,9 @@ void RegisterModule(REALmoduleDefinition *d) {
         {offsetof(M, delegates), kListLimit,
          "Error: The module %s has the wrong delegateCount value: %d"},
     };
-    if (d == nullptr) {
-        DebugLog("Error: A module registered is nil.");
-        return;
-    }
-    if (gpartname == nullptr) {
-        DebugLog("Error: gpartname is nil!? %s", d->name);
-        return;
-    }
+    if (!MayRegister(d, "module")) return;
     // A synthesised module already carries the number told to the host.
-    if (Count(d->version) != kCurrentREALControlVersion &&
-        Count(d->version) != static_cast<uint32_t>(gPluginSDKVersion)) {
-        DebugLog("Error: The module %s has the wrong kCurrentREALControlVersion: %d vs. %d",
-                 d->name, Shown(d->version), kCurrentREALControlVersion);
-    }
+    CheckRecordVersion("module", d->name, d->version, static_cast<uint32_t>(gPluginSDKVersion));
     if (d->name == nullptr) DebugLog("Error: A module without name.");
     CheckLists(d, d->name, kLists);
 

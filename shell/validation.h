@@ -9,6 +9,7 @@
 #include <span>
 
 #include "abi/plugin_abi.h"
+#include "diagnostics/debuglog.h"
 #include "hostvalues/allocation.h"
 #include "shell/entry.h"
 
@@ -33,6 +34,26 @@ struct ListRule {
 // The pair rule over each list of `record`, in the order of `rules`.
 void CheckLists(const void *record, const char *name, std::span<const ListRule> rules);
 
+// The start of every front end, `kind` naming the record in messages
+// ("class", "control"): false when the record is nil or there is no part
+// name, as then nothing may go to the host.
+template <typename Record>
+bool MayRegister(const Record *d, const char *kind) {
+    if (d == nullptr) {
+        DebugLog("Error: A %s registered is nil.", kind);
+        return false;
+    }
+    if (gpartname == nullptr) {
+        DebugLog("Error: gpartname is nil!? %s", d->name);
+        return false;
+    }
+    return true;
+}
+// A record version other than the current one or `alsoRight` is reported.
+void CheckRecordVersion(const char *kind, const char *name, RBWord version,
+                        uint32_t alsoRight = kCurrentREALControlVersion);
+void CheckForSystemUse(const char *kind, const char *name, RBWord forSystemUse);
+
 // Validators of member lists; `owner` names the class or module in messages.
 void CheckAttributes(const char *prefix, const char *owner,
                      const REALattributeDefinition *attributes, RBWord count);
@@ -41,6 +62,26 @@ void CheckProperties(const char *owner, const REALpropertyDefinition *properties
 void CheckConstants(const char *owner, const REALconstantDefinition *constants, RBWord count);
 void CheckEvents(const char *owner, const REALeventDefinition *events, RBWord count);
 void CheckDelegates(const char *owner, const REALdelegateDefinition *delegates, RBWord count);
+
+// Where the delegates of a record are checked: a class has them before its
+// shared members, an extension or a control after.
+enum class Delegates { BeforeShared, AfterShared };
+
+// The member lists of a class, class extension or control, in the order
+// their faults are reported.
+template <typename Record>
+void CheckMemberLists(const Record *d, Delegates delegates) {
+    CheckMethods(d->name, d->methods, d->methodCount);
+    CheckProperties(d->name, d->properties, d->propertyCount);
+    CheckConstants(d->name, d->constants, d->constantCount);
+    CheckEvents(d->name, d->events, d->eventCount);
+    if (delegates == Delegates::BeforeShared)
+        CheckDelegates(d->name, d->delegates, d->delegateCount);
+    CheckMethods(d->name, d->sharedMethods, d->sharedMethodCount);
+    CheckProperties(d->name, d->sharedProperties, d->sharedPropertyCount);
+    if (delegates == Delegates::AfterShared)
+        CheckDelegates(d->name, d->delegates, d->delegateCount);
+}
 
 // Console-safe members of a console-unsafe class or module; for a class also
 // direct-access properties whose variable ends beyond the class's data.
