@@ -63,6 +63,14 @@ void CopyWords(uintptr_t *old, const Record *record, std::size_t first, std::siz
                 count * kWord);
 }
 
+// A zero-filled old form that starts with the record version told; nil
+// without memory.
+uintptr_t *NewOldForm(std::size_t words) {
+    auto *old = static_cast<uintptr_t *>(AllocateMemory(static_cast<int64_t>(words * kWord)));
+    if (old != nullptr) old[0] = static_cast<uintptr_t>(gPluginSDKVersion);
+    return old;
+}
+
 }  // namespace
 
 bool ListHasMembers(const void *list, RBWord count) {
@@ -133,9 +141,8 @@ uintptr_t *FixEvents(REALeventDefinition *list, RBWord count) {
 }
 
 uintptr_t *FixClass(const REALclassDefinition *d) {
-    auto *old = static_cast<uintptr_t *>(AllocateMemory(kOldClassWords * kWord));
+    uintptr_t *old = NewOldForm(kOldClassWords);
     if (old == nullptr) return nullptr;
-    old[0] = static_cast<uintptr_t>(gPluginSDKVersion);
     old[1] = Word(d->name);
     old[2] = Word(d->superName);
     old[3] = d->dataSize;
@@ -163,9 +170,8 @@ uintptr_t *FixClass(const REALclassDefinition *d) {
 }
 
 uintptr_t *FixModule(const REALmoduleDefinition *d) {
-    auto *old = static_cast<uintptr_t *>(AllocateMemory(kOldModuleWords * kWord));
+    uintptr_t *old = NewOldForm(kOldModuleWords);
     if (old == nullptr) return nullptr;
-    old[0] = static_cast<uintptr_t>(gPluginSDKVersion);
     old[1] = Word(d->name);
     old[2] = Word(FixMethods(d->methods, d->methodCount));
     old[3] = d->methodCount;
@@ -181,9 +187,8 @@ uintptr_t *FixModule(const REALmoduleDefinition *d) {
 }
 
 uintptr_t *OldControlForm(const REALcontrolDefinition *d) {
-    auto *old = static_cast<uintptr_t *>(AllocateMemory(kOldControlWords * kWord));
+    uintptr_t *old = NewOldForm(kOldControlWords);
     if (old == nullptr) return nullptr;
-    old[0] = static_cast<uintptr_t>(gPluginSDKVersion);
     CopyWords(old, d, 1, 7);  // name to defaultHeight
     old[8] = Word(FixProperties(d->properties, d->propertyCount));
     old[9] = d->propertyCount;
@@ -199,9 +204,8 @@ uintptr_t *OldControlForm(const REALcontrolDefinition *d) {
 }
 
 uintptr_t *OldInterfaceForm(const REALinterfaceDefinition *d) {
-    auto *old = static_cast<uintptr_t *>(AllocateMemory(kOldInterfaceWords * kWord));
+    uintptr_t *old = NewOldForm(kOldInterfaceWords);
     if (old == nullptr) return nullptr;
-    old[0] = static_cast<uintptr_t>(gPluginSDKVersion);
     old[1] = Word(d->name);
     old[2] = Word(FixMethods(d->methods, d->methodCount));
     old[3] = d->methodCount;
