@@ -331,6 +331,17 @@ inline void ExpectNewBlock(REALobject block, const std::optional<Bytes> &expecte
     simhost::Release(block);
 }
 
+// Two blocks for a call, and a range of the first: the offset `a` near
+// either end of it, the count `b` near what is left of it or near 0.
+template <typename Args>
+void PickBlocksAndRange(FuzzedDataProvider &in, World &world, Args &x) {
+    x.block = &world.Add(200);
+    x.other = &world.Add(200);
+    const auto size = static_cast<int64_t>(x.block->extent);
+    x.a = in.ConsumeBool() ? Around(in, 0) : Around(in, size);
+    x.b = in.ConsumeBool() ? Around(in, size - x.a) : Around(in, 0);
+}
+
 // At most `most` calls over one world of blocks, each picked by the input.
 template <typename Call>
 void RunCalls(FuzzedDataProvider &in, int most, Call &&call) {

@@ -140,11 +140,7 @@ void Check(const Method &m, const Args &x, REALarray values, const Outcome &want
 void RunOne(FuzzedDataProvider &in, World &world) {
     const Method &m = in.PickValueInArray(kMethods);
     Args x{};
-    x.block = &world.Add(200);
-    x.other = &world.Add(200);
-    const auto size = static_cast<int64_t>(x.block->extent);
-    x.a = in.ConsumeBool() ? Around(in, 0) : Around(in, size);
-    x.b = in.ConsumeBool() ? Around(in, size - x.a) : Around(in, 0);
+    PickBlocksAndRange(in, world, x);
     x.c = in.ConsumeBool() ? Around(in, 0) : Around(in, 'A');
     x.d = Around(in, static_cast<int64_t>(x.other->extent) - x.c);
     // Targets and values are short and often taken from the block itself,

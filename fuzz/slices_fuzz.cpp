@@ -131,11 +131,8 @@ const Method kMethods[] = {
 void RunOne(FuzzedDataProvider &in, World &world) {
     const Method &m = in.PickValueInArray(kMethods);
     Args x{};
-    x.block = &world.Add(200);
-    x.other = &world.Add(200);
+    PickBlocksAndRange(in, world, x);
     const auto size = static_cast<int64_t>(x.block->extent);
-    x.a = in.ConsumeBool() ? Around(in, 0) : Around(in, size);
-    x.b = in.ConsumeBool() ? Around(in, size - x.a) : Around(in, 0);
     x.c = Around(in, 0xFF);
     if (m.model == &WithBytes && (x.a < 0 || x.a > size)) x.a = 0;
 
