@@ -239,11 +239,9 @@ void rbText::FallBackToWindowsLatin1() {
     REALstring rebuilt = REALBuildUnicodeString(holder.data, static_cast<int64_t>(holder.size),
                                                 hostabi::kEncodingWindowsLatin1);
     holder.release();
-    // Without a rebuilt string the original stays wrapped.
-    if (rebuilt) {
-        SetString(rebuilt);
-        host::REALUnlockString(rebuilt);
-    }
+    // A build that gives nil leaves the wrapper holding nil: its views are empty.
+    SetString(rebuilt);
+    if (rebuilt) host::REALUnlockString(rebuilt);
     kind = kWideOrNotASCII;
     if (Debugging() && !gTextFallbackLogged.exchange(true)) {
         DebugLogText("REALBuildUnicodeString failed");

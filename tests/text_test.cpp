@@ -97,20 +97,43 @@ TEST_F(TextTest, ViewsOfEachKindOfString) {
     }
 }
 
+// Rebuilt as Windows Latin 1; when the host builds no string the wrapper
+// holds nil and its views are empty. One log line in the process either way.
 TEST_F(TextTest, UnknownEncodingWithHighByteFallsBackToWindowsLatin1LoggedOnce) {
-    gDebugging = true;
-    const std::pair<const char *, const char *> strings[] = {{"a\x80", "a\xE2\x82\xAC"}, {"\xE4", "\xC3\xA4"}};
+    // failing: the host entry that builds no string, or nullptr.
+    const struct { const char *bytes; double version; const char *failing; bool debugging; const char *utf8; } cases[] = {
+        {"\xE4" "bcd", 2011.0, "REALBuildString", false, ""},
+        {"a\x80", 2013.04, nullptr, true, "a\xE2\x82\xAC"},
+        {"\xE4" "bcd", 2013.0, "REALBuildStringWithEncoding", true, ""},
+        {"\xE4" "bcd", 2011.0, "REALBuildString", true, ""},
+        {"\xE4", 2011.0, nullptr, false, "\xC3\xA4"},
+        {"\xE4" "bcd", 2013.0, "REALBuildStringWithEncoding", false, ""},
+    };
     test::StderrCapture output;
-    for (const auto &[bytes, converted] : strings) {
-        const std::string utf8 = converted;  // clang 14 captures no structured bindings
-        REALstring s = simhost::NewString(bytes, hostabi::kEncodingUnknown);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.bytes);
+        gDebugging = c.debugging;
+        gHostVersion = c.version;
+        REALstring s = simhost::NewString(c.bytes, hostabi::kEncodingUnknown);
+        simhost::ClearCalls();
+        if (c.failing) simhost::FailCall(1, c.failing);
         Balanced([&] {
             rbText text(s);
             EXPECT_TRUE(text.failed);
             EXPECT_EQ(text.kind, rbText::kWideOrNotASCII);
-            EXPECT_EQ(text.encoding, hostabi::kEncodingWindowsLatin1);
-            EXPECT_EQ(text.Bytes(rbText::kUTF8), utf8);
+            EXPECT_EQ(text.string == nullptr, c.failing != nullptr);
+            EXPECT_EQ(text.encoding, c.failing ? hostabi::kEncodingASCII : hostabi::kEncodingWindowsLatin1);
+            EXPECT_EQ(text.Bytes(rbText::kUTF8), std::string(c.utf8));
+            if (c.failing) {
+                EXPECT_EQ(text.Length(rbText::kMacRoman), 0);
+                EXPECT_EQ(simhost::CountCalls("PluginGetStringData"), 0u);
+            }
         });
+        if (c.failing) {
+            simhost::FailCall(1, c.failing);
+            EXPECT_EQ(StringToOSType(s), 0x20202020u);
+        }
+        simhost::StopFailing();
         simhost::Release(s);
     }
     EXPECT_EQ(output.Take(), "QVT Debug: REALBuildUnicodeString failed\n");
