@@ -7,6 +7,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "diagnostics/debugger_channel.h"
 #include "diagnostics/debuglog.h"
 #include "host_fixture.h"
 #include "shell/entry.h"
@@ -20,6 +21,19 @@ std::string Logged(auto &&write) {
     StderrCapture output;
     write();
     return output.Take();
+}
+
+// A wide text through the debugger channel, and what a listener gets of it:
+// UTF-8, or under Windows the narrow line of the debugger.
+std::string ThroughChannel(const char16_t *text) {
+    return Logged([&] { platform::OutputDebugWide(reinterpret_cast<const uint16_t *>(text)); });
+}
+std::string Heard([[maybe_unused]] const char16_t *text, [[maybe_unused]] const char *utf8) {
+#if defined(_WIN32)
+    return simhost::platform::AnsiText(text) + "\n";
+#else
+    return std::string(utf8) + "\n";
+#endif
 }
 
 TEST(DebugLogFrontEnds, EveryKindFollowsTheOneRule) {
@@ -49,6 +63,10 @@ TEST(DebugLogFrontEnds, EveryKindFollowsTheOneRule) {
          "QVT Debug: t 1, 2, 3, 4, 5, 6, 7, 8, 9, 10\n"},
         {Logged([] { DebugLogWide(L"wide"); }), "QVT Debug: wide\n"},
         {Logged([] { DebugLogTextWide("t", L"w"); }), "QVT Debug: t w\n"},
+        {ThroughChannel(u"\u07FF"), Heard(u"\u07FF", "\xDF\xBF")},
+        {ThroughChannel(u"\u0800"), Heard(u"\u0800", "\xE0\xA0\x80")},
+        {ThroughChannel(u"\uFFFF"), Heard(u"\uFFFF", "\xEF\xBF\xBF")},
+        {ThroughChannel(u"\U00010000"), Heard(u"\U00010000", "\xF0\x90\x80\x80")},
     };
     for (const auto &c : cases) EXPECT_EQ(c.got, c.want);
 }

@@ -214,25 +214,30 @@ TEST_F(FixupsTest, ControlDataSizeIsRoundedToSixteen) {
     }
 }
 
+// The host's five menu events are cut from a control with the flag; the
+// rest are renamed, and nothing behind the list is touched.
 TEST_F(FixupsTest, MenuEventsAreCutAndRenamed) {
-    REALeventDefinition events[9] = {{"A", 0, 0, nullptr}, {"B", 0, 0, nullptr}, {"C", 0, 0, nullptr},
-        {"D", 0, 0, nullptr}, {"E", 0, 0, nullptr}, {"EnableMenuItems", 0, 0, nullptr}, {"GotFocus", 0, 0, nullptr},
-        {"LostFocus", 0, 0, nullptr}, {"lostfocus", 0, 0, nullptr}};
-    REALcontrolDefinition control = {};
-    control.flags = kFlagControlMenuEvents;
-    control.events = events, control.eventCount = 9;
-    FixControl(&control);
-    ASSERT_EQ(std::pair(control.events, control.eventCount), std::pair(events + 5, RBWord{4}));
-    const char *const renamed[] = {"MenuBarSelected", "FocusReceived", "FocusLost", "lostfocus"};
-    for (int i = 0; i < 4; ++i) EXPECT_STREQ(control.events[i].declaration, renamed[i]);
-    EXPECT_STREQ(events[0].declaration, "A");
-
-    REALeventDefinition plain[1] = {{"GotFocus", 0, 0, nullptr}};
-    REALcontrolDefinition without = {};
-    without.events = plain, without.eventCount = 1;
-    FixControl(&without);
-    EXPECT_EQ(without.events, plain);
-    EXPECT_STREQ(plain[0].declaration, "GotFocus");
+    const std::vector<std::string> written = {"A", "B", "C", "D", "E", "EnableMenuItems", "GotFocus", "LostFocus", "lostfocus"};
+    const std::vector<std::string> renamed = {"A", "B", "C", "D", "E", "MenuBarSelected", "FocusReceived", "FocusLost", "lostfocus"};
+    const struct { RBWord flags, count; std::ptrdiff_t cut; const std::vector<std::string> &after; } cases[] = {
+        {kFlagControlMenuEvents, 9, 5, renamed},
+        {kFlagControlMenuEvents, 5, 5, written},
+        {kFlagControlMenuEvents, 4, 0, written},
+        {0, 9, 0, written},
+    };
+    for (const auto &c : cases) {
+        std::vector<REALeventDefinition> events;
+        for (const auto &name : written) events.push_back({name.c_str(), 0, 0, nullptr});
+        REALcontrolDefinition control = {};
+        control.flags = c.flags;
+        control.events = events.data(), control.eventCount = c.count;
+        FixControl(&control);
+        EXPECT_EQ(control.events, events.data() + c.cut) << c.count;
+        EXPECT_EQ(control.eventCount, c.count - static_cast<RBWord>(c.cut)) << c.count;
+        std::vector<std::string> after;
+        for (const auto &event : events) after.emplace_back(event.declaration);
+        EXPECT_EQ(after, c.after) << c.count;
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // other shapes of text.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -99,11 +100,12 @@ TEST_P(WideStringsTest, BothRoutesGiveUTF8ThroughTheEntriesOfTheHostsAge) {
 }
 
 INSTANTIATE_TEST_SUITE_P(HostAges, WideStringsTest,
-                         ::testing::Values(Age{2013.04, kWithEncoding16, kWithEncoding32}, Age{2012.5, kWithEncoding16, kWithEncoding16},
+                         ::testing::Values(Age{2013.04, kWithEncoding16, kWithEncoding32}, Age{2013.0, kWithEncoding16, kWithEncoding32},
+                                           Age{2012.99, kWithEncoding16, kWithEncoding16},
                                            Age{2011.0, kLabelled16, kLabelled16}, Age{0.0, kLabelled16, kLabelled16}),
                          [](const ::testing::TestParamInfo<Age> &age) {
                              std::string name = "Y";
-                             name += std::to_string(static_cast<int>(age.param.version * 100));
+                             name += std::to_string(std::lround(age.param.version * 100));
                              return name;
                          });
 
