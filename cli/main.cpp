@@ -1,12 +1,17 @@
-// qvthost [--host-version V] [--declarations] [--nil-resolver] [--debug]
-//         load|demo <plugin path>
+// qvthost [--host-version V] [--declarations] [--nil-resolver] [--debug] [--json]
+//         load|demo PLUGIN | call PLUGIN [--self VALUE] DECLARATION ARG... | run PLUGIN SCRIPT
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "call.h"
 #include "format.h"
+#include "outcome.h"
 #include "report.h"
+#include "script.h"
 #include "simhost/loader.h"
 #include "simhost/platform.h"
 #include "simhost/simhost.h"
@@ -14,27 +19,35 @@
 
 namespace {
 
-// Exit codes.
-constexpr int kClean = 0;
-constexpr int kLoadFailed = 1;
-constexpr int kUsage = 2;
-constexpr int kFaults = 3;
+using qvthost::kClean;
+using qvthost::kFaults;
+using qvthost::kUsage;
+constexpr int kLoadFailed = qvthost::kNotFound;
 
 struct Arguments {
     double version = 2013.04;
     bool declarations = false;
     bool nilResolver = false;
     bool debug = false;
+    bool json = false;
     std::string command;
     std::string path;
+    std::vector<std::string> rest;  // a call's words, or the script
 };
 
 void Usage(std::ostream &out) {
-    out << "usage: qvthost [--host-version V] [--declarations] [--nil-resolver] [--debug]\n"
-           "               load|demo <plugin path>\n"
+    out << "usage: qvthost [--host-version V] [--declarations] [--nil-resolver] [--debug] [--json]\n"
+           "               load|demo PLUGIN\n"
+           "               call PLUGIN [--self VALUE] DECLARATION ARG...\n"
+           "               run PLUGIN SCRIPT|-\n"
            "  load   load the plug-in and print what the host saw\n"
            "  demo   load, then call a tour of the registered methods\n"
-           "exit: 0 clean, 1 load failed, 2 usage, 3 host faults or unbalanced references\n";
+           "  call   load, then call one registered method with the given values\n"
+           "  run    load, then the calls of a script, one per line\n"
+           "values: 12, 0x0C, 1.5, true, text:abc, hex:00FF, zero:N, file:PATH, nil,\n"
+           "        ptr:@self+N; a String may end in @enc=ID; a MemoryBlockQVT --self is new:N\n"
+           "exit: 0 clean, 1 load failed or no such declaration, 2 usage or a bad value,\n"
+           "      3 host faults or unbalanced references\n";
 }
 
 std::optional<double> ParseVersion(const std::string &text) {
@@ -59,14 +72,22 @@ std::optional<Arguments> Parse(int argc, char **argv) {
             args.nilResolver = true;
         } else if (a == "--debug") {
             args.debug = true;
+        } else if (a == "--json") {
+            args.json = true;
         } else {
             break;
         }
     }
-    if (argc - i != 2) return std::nullopt;
+    if (argc - i < 2) return std::nullopt;
     args.command = argv[i];
     args.path = argv[i + 1];
-    if (args.command != "load" && args.command != "demo") return std::nullopt;
+    args.rest.assign(argv + i + 2, argv + argc);
+    const std::size_t words = args.rest.size();
+    const bool fits = args.command == "call"  ? words >= 1
+                      : args.command == "run" ? words == 1
+                                              : (args.command == "load" || args.command == "demo") &&
+                                                    words == 0;
+    if (!fits) return std::nullopt;
     return args;
 }
 
@@ -94,6 +115,31 @@ private:
     std::optional<std::string> old_;
 };
 
+// One line that says why, in the form the output takes.
+int Fail(const Arguments &args, int status, const std::string &message) {
+    if (args.json) {
+        std::cout << qvthost::Json({status, message}, 0, false) << "\n";
+    } else {
+        std::cout << message << "\n";
+    }
+    return status;
+}
+
+int Calls(const Arguments &args) {
+    qvthost::Session session;
+    if (args.command == "call") {
+        const qvthost::LineOutcome outcome = session.Run(args.rest);
+        qvthost::Print(std::cout, outcome, 0, args.json, args.debug);
+        if (args.json) std::cout << "\n";
+        return outcome.status;
+    }
+    const std::string &path = args.rest.front();
+    if (path == "-") return qvthost::RunScript(std::cin, session, std::cout, args.json, args.debug);
+    std::ifstream script(path);
+    if (!script) return Fail(args, kUsage, "cannot read the script " + path);
+    return qvthost::RunScript(script, session, std::cout, args.json, args.debug);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -105,6 +151,18 @@ int main(int argc, char **argv) {
     simhost::Options options;
     options.version = args->version;
     simhost::Reset(options);
+
+    const bool calls = args->command == "call" || args->command == "run";
+    if (calls) {
+        simhost::PluginLibrary library;
+        bool loaded = library.Open(args->path);
+        if (loaded) {
+            DebugSwitch debug(args->debug);
+            loaded = library.Load(args->nilResolver);
+        }
+        if (!loaded) return Fail(*args, kLoadFailed, "cannot load the plug-in: " + library.Error());
+        return Calls(*args);
+    }
 
     std::cout << "host version " << qvthost::VersionText(args->version) << "\n";
     simhost::PluginLibrary library;
