@@ -1,39 +1,8 @@
 #include "script.h"
 
-namespace qvthost {
+#include "values.h"
 
-std::optional<std::vector<std::string>> SplitWords(std::string_view line, std::string &error) {
-    std::vector<std::string> words;
-    std::size_t at = 0;
-    while (at < line.size()) {
-        while (at < line.size() && (line[at] == ' ' || line[at] == '\t' || line[at] == '\r')) ++at;
-        if (at == line.size() || line[at] == '#') break;
-        std::string word;
-        while (at < line.size() && line[at] != ' ' && line[at] != '\t' && line[at] != '\r') {
-            const char c = line[at++];
-            if (c != '\'' && c != '"') {
-                word += c;
-                continue;
-            }
-            const std::size_t open = at - 1;
-            while (at < line.size() && line[at] != c) {
-                if (c == '"' && line[at] == '\\' && at + 1 < line.size() &&
-                    (line[at + 1] == '"' || line[at + 1] == '\\')) {
-                    ++at;
-                }
-                word += line[at++];
-            }
-            if (at == line.size()) {
-                error = std::string("the quote ") + c + " at column " + std::to_string(open + 1) +
-                        " is not closed";
-                return std::nullopt;
-            }
-            ++at;
-        }
-        words.push_back(std::move(word));
-    }
-    return words;
-}
+namespace qvthost {
 
 void Print(std::ostream &out, const LineOutcome &outcome, std::size_t line, bool json, bool debug) {
     if (json) {

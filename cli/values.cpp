@@ -58,8 +58,10 @@ std::vector<std::string_view> Words(std::string_view text) {
     return words;
 }
 
+enum class Read { Number, NotNumber, TooLarge };
+
 // "12", "-12", "0x1F": the magnitude and its sign.
-bool ParseMagnitude(std::string_view text, uint64_t &magnitude, bool &negative) {
+Read ReadMagnitude(std::string_view text, uint64_t &magnitude, bool &negative) {
     negative = !text.empty() && text.front() == '-';
     if (negative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);
     int base = 10;
@@ -67,9 +69,16 @@ bool ParseMagnitude(std::string_view text, uint64_t &magnitude, bool &negative) 
         base = 16;
         text.remove_prefix(2);
     }
-    if (text.empty()) return false;
+    if (text.empty()) return Read::NotNumber;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), magnitude, base);
-    return error == std::errc{} && end == text.data() + text.size();
+    if (end != text.data() + text.size() || error == std::errc::invalid_argument) {
+        return Read::NotNumber;
+    }
+    return error == std::errc::result_out_of_range ? Read::TooLarge : Read::Number;
+}
+
+bool ParseMagnitude(std::string_view text, uint64_t &magnitude, bool &negative) {
+    return ReadMagnitude(text, magnitude, negative) == Read::Number;
 }
 
 std::string Range(const Type &type) {
@@ -85,7 +94,8 @@ std::string Range(const Type &type) {
 std::optional<uint64_t> ParseInteger(const Type &type, std::string_view text, std::string &error) {
     uint64_t magnitude = 0;
     bool negative = false;
-    if (!ParseMagnitude(text, magnitude, negative)) {
+    const Read read = ReadMagnitude(text, magnitude, negative);
+    if (read == Read::NotNumber) {
         error = "'" + std::string(text) + "' is not a whole number (decimal or 0x hex)";
         return std::nullopt;
     }
@@ -93,9 +103,10 @@ std::optional<uint64_t> ParseInteger(const Type &type, std::string_view text, st
     const uint64_t top = type.isSigned ? uint64_t{1} << (bits - 1)
                          : bits == 64  ? ~uint64_t{0}
                                        : (uint64_t{1} << bits) - 1;
-    bool fits = negative ? type.isSigned && magnitude <= top
-                         : magnitude <= (type.isSigned ? top - 1 : top);
-    if (negative && magnitude == 0) fits = true;
+    // -0 is 0, for unsigned types too.
+    const bool fits = read == Read::Number &&
+                      (negative ? magnitude == 0 || (type.isSigned && magnitude <= top)
+                                : magnitude <= (type.isSigned ? top - 1 : top));
     if (!fits) {
         error = std::string(text) + " does not fit " + type.name + " (" + Range(type) + ")";
         return std::nullopt;
@@ -377,6 +388,39 @@ std::optional<Value> ParseValue(const Parameter &parameter, std::string_view tex
 
 std::string TypeName(const Parameter &parameter) {
     return std::string(parameter.type->name) + (parameter.array ? " array" : "");
+}
+
+std::optional<std::vector<std::string>> SplitWords(std::string_view line, std::string &error) {
+    std::vector<std::string> words;
+    std::size_t at = 0;
+    while (at < line.size()) {
+        while (at < line.size() && (line[at] == ' ' || line[at] == '\t' || line[at] == '\r')) ++at;
+        if (at == line.size() || line[at] == '#') break;
+        std::string word;
+        while (at < line.size() && line[at] != ' ' && line[at] != '\t' && line[at] != '\r') {
+            const char c = line[at++];
+            if (c != '\'' && c != '"') {
+                word += c;
+                continue;
+            }
+            const std::size_t open = at - 1;
+            while (at < line.size() && line[at] != c) {
+                if (c == '"' && line[at] == '\\' && at + 1 < line.size() &&
+                    (line[at + 1] == '"' || line[at + 1] == '\\')) {
+                    ++at;
+                }
+                word += line[at++];
+            }
+            if (at == line.size()) {
+                error = std::string("the quote ") + c + " at column " + std::to_string(open + 1) +
+                        " is not closed";
+                return std::nullopt;
+            }
+            ++at;
+        }
+        words.push_back(std::move(word));
+    }
+    return words;
 }
 
 }  // namespace qvthost

@@ -1,5 +1,6 @@
-// Declarations read as the host's language writes them, and the values a
-// person types for their parameters, checked against each type.
+// Declarations read as the host's language writes them, and what a person
+// types: the words of a line and the values of parameters, checked against
+// each type.
 #pragma once
 
 #include <cstdint>
@@ -72,5 +73,10 @@ std::optional<Value> ParseValue(const Parameter &parameter, std::string_view tex
 
 // "Int16" or "UInt8 array".
 std::string TypeName(const Parameter &parameter);
+
+// Words split at blanks; '...' keeps everything, "..." keeps all but \" and
+// \\; a # that starts a word starts a comment. Nullopt with `error` set for
+// an unclosed quote.
+std::optional<std::vector<std::string>> SplitWords(std::string_view line, std::string &error);
 
 }  // namespace qvthost
