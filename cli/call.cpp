@@ -1,8 +1,8 @@
 #include "call.h"
 
 #include <charconv>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <span>
 
@@ -19,8 +19,8 @@ namespace {
 bool IsName(std::string_view text) {
     if (text.empty()) return false;
     for (char c : text) {
-        const bool word = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                          (c >= '0' && c <= '9') || c == '_';
+        const bool word =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
         if (!word) return false;
     }
     return true;
@@ -47,7 +47,9 @@ std::string BytesOf(REALobject block) {
     return std::string(reinterpret_cast<const char *>(bytes.data()), bytes.size());
 }
 
-bool IsBlock(REALobject object) { return simhost::Name(object).starts_with("MemoryBlock#"); }
+bool IsBlock(REALobject object) {
+    return simhost::Name(object).starts_with("MemoryBlock#");
+}
 
 std::string ClassOf(REALobject instance) {
     const std::string name = simhost::Name(instance);
@@ -58,7 +60,6 @@ template <typename T>
 T Get(const std::optional<simhost::PropertyRef> &property, REALobject instance) {
     return reinterpret_cast<T (*)(REALobject, intptr_t)>(property->getter)(instance, 0);
 }
-
 
 // The bytes an instance of a registered class holds, read through its Size
 // and Address; nullopt when the class has no such properties.
@@ -108,10 +109,14 @@ Returns ReturnsOf(const Type *type) {
     if (type->kind == Kind::Real) return type->bytes == 4 ? Returns::Single : Returns::Double;
     if (type->kind != Kind::Integer && type->kind != Kind::Boolean) return Returns::Word;
     switch (type->bytes) {
-    case 1: return Returns::Bits8;
-    case 2: return Returns::Bits16;
-    case 4: return Returns::Bits32;
-    default: return Returns::Bits64;
+    case 1:
+        return Returns::Bits8;
+    case 2:
+        return Returns::Bits16;
+    case 4:
+        return Returns::Bits32;
+    default:
+        return Returns::Bits64;
     }
 }
 
@@ -174,14 +179,17 @@ struct Preparation {
         if (text.starts_with('@')) {
             named = Find(text);
             if (named == nullptr) return std::nullopt;
+            if (named->object != nullptr && !IsBlock(named->object)) {
+                error = text + " holds " + simhost::Name(named->object) + ", not a MemoryBlock";
+                return std::nullopt;
+            }
             if (named->object != nullptr) return named->object;
         }
         auto value = ParseValue(parameter, named ? named->text : text, error);
         if (!value) return std::nullopt;
         if (std::holds_alternative<Nil>(*value)) return nullptr;
         const std::string &bytes = std::get<qvthost::BlockBytes>(*value).bytes;
-        REALobject block =
-            simhost::NewBlock(View(bytes));
+        REALobject block = simhost::NewBlock(View(bytes));
         (named ? named->object : objects.emplace_back()) = block;
         return block;
     }
@@ -197,8 +205,7 @@ struct Preparation {
         REALobject base = nullptr;
         if (place.base.empty()) {
             const std::string &bytes = place.bytes;
-            base = objects.emplace_back(
-                simhost::NewBlock(View(bytes)));
+            base = objects.emplace_back(simhost::NewBlock(View(bytes)));
             Show(parameter.name, base, false);
         } else if (place.base == "self") {
             base = self;
@@ -207,12 +214,13 @@ struct Preparation {
             if (!block) return false;
             base = *block;
         }
-        const auto size = static_cast<int64_t>(simhost::Bytes(base).size());
-        if (base == nullptr || !IsBlock(base) || place.offset < 0 || place.offset > size) {
-            error = "ptr:@" + place.base + (place.offset < 0 ? "" : "+") +
-                    std::to_string(place.offset) + " lies outside " +
-                    (base != nullptr && IsBlock(base) ? "its " + Counted(size, "byte")
-                                                      : "any block");
+        const bool block = base != nullptr && IsBlock(base);
+        const auto size = block ? static_cast<int64_t>(simhost::Bytes(base).size()) : 0;
+        if (!block || place.offset < 0 || place.offset > size) {
+            error =
+                "ptr:@" + place.base + (place.offset < 0 ? "" : "+") +
+                std::to_string(place.offset) + " lies outside " +
+                (block ? "its " + Counted(static_cast<std::size_t>(size), "byte") : "any block");
             return false;
         }
         arguments.push_back({Slot::Word, reinterpret_cast<uintptr_t>(simhost::Bytes(base).data()) +
@@ -241,7 +249,8 @@ struct Preparation {
         }
         auto value = ParseValue(parameter, source, error);
         if (!value) return false;
-        if (auto *place = std::get_if<qvthost::Place>(&*value)) return Place(parameter, *place, self);
+        if (auto *place = std::get_if<qvthost::Place>(&*value))
+            return Place(parameter, *place, self);
         Argument argument{SlotOf(type)};
         if (auto *bits = std::get_if<uint64_t>(&*value)) argument.bits = *bits;
         if (auto *truth = std::get_if<bool>(&*value)) argument.bits = *truth ? 1 : 0;
@@ -390,98 +399,106 @@ LineOutcome Session::Call(const std::vector<std::string> &words, const std::stri
     const std::size_t faultsBefore = simhost::Faults().size();
     Report report;
     {
-    Preparation prepared{names_};
-    REALobject self = nullptr;
-    bool fresh = false;  // an instance of ours that ends with the call unless kept
-    if (target->receiver.empty()) {
-        if (selfText) return {kUsage, target->declaration + " is a global function: no --self"};
-    } else if (target->receiver == "MemoryBlock") {
-        if (!selfText) return {kUsage, target->declaration + " needs --self, a MemoryBlock"};
-        auto block = prepared.Block(BlockParameter("self"), *selfText);
-        if (!block) return {kUsage, "--self: " + prepared.error};
-        self = *block;
-        prepared.Show("self", self, false);
-    } else {
-        const bool named = selfText && selfText->starts_with('@');
-        if (named) {
-            Named *instance = prepared.Find(*selfText);
-            if (instance == nullptr) return {kUsage, "--self: " + prepared.error};
-            self = instance->object;
-        } else if (target->constructor || (selfText && selfText->starts_with("new"))) {
-            self = simhost::NewInstance(target->receiver);
-            fresh = true;
-            prepared.objects.push_back(self);
-            if (selfText && selfText->starts_with("new:")) {
-                uint64_t size = 0;
-                std::string_view digits = std::string_view(*selfText).substr(4);
-                auto [end, failed] = std::from_chars(digits.data(), digits.data() + digits.size(), size);
-                auto constructor = simhost::FindMethod("Constructor(Size as Int64)", target->receiver);
-                if (failed != std::errc{} || end != digits.data() + digits.size() || !constructor) {
-                    return {kUsage, "--self: new:N needs a size and a Constructor(Size as Int64)"};
+        Preparation prepared{names_};
+        REALobject self = nullptr;
+        bool fresh = false;  // an instance of ours that ends with the call unless kept
+        if (target->receiver.empty()) {
+            if (selfText) return {kUsage, target->declaration + " is a global function: no --self"};
+        } else if (target->receiver == "MemoryBlock") {
+            if (!selfText) return {kUsage, target->declaration + " needs --self, a MemoryBlock"};
+            auto block = prepared.Block(BlockParameter("self"), *selfText);
+            if (!block) return {kUsage, "--self: " + prepared.error};
+            self = *block;
+            prepared.Show("self", self, false);
+        } else {
+            const bool named = selfText && selfText->starts_with('@');
+            if (named) {
+                Named *instance = prepared.Find(*selfText);
+                if (instance == nullptr) return {kUsage, "--self: " + prepared.error};
+                self = instance->object;
+            } else if (target->constructor || (selfText && selfText->starts_with("new"))) {
+                self = simhost::NewInstance(target->receiver);
+                fresh = true;
+                prepared.objects.push_back(self);
+                if (selfText && selfText->starts_with("new:")) {
+                    uint64_t size = 0;
+                    std::string_view digits = std::string_view(*selfText).substr(4);
+                    auto [end, failed] =
+                        std::from_chars(digits.data(), digits.data() + digits.size(), size);
+                    auto constructor =
+                        simhost::FindMethod("Constructor(Size as Int64)", target->receiver);
+                    if (failed != std::errc{} || end != digits.data() + digits.size() ||
+                        !constructor) {
+                        return {kUsage,
+                                "--self: new:N needs a size and a Constructor(Size as Int64)"};
+                    }
+                    reinterpret_cast<void (*)(REALobject, int64_t)>(constructor->function)(
+                        self, static_cast<int64_t>(size));
+                } else if (selfText && *selfText != "new") {
+                    return {kUsage, "--self: an instance of " + target->receiver +
+                                        " is new, new:N or @name"};
                 }
-                reinterpret_cast<void (*)(REALobject, int64_t)>(constructor->function)(
-                    self, static_cast<int64_t>(size));
-            } else if (selfText && *selfText != "new") {
-                return {kUsage, "--self: an instance of " + target->receiver + " is new, new:N or @name"};
+            }
+            if (self == nullptr || ClassOf(self) != target->receiver) {
+                return {kUsage, target->declaration + " needs --self, an instance of " +
+                                    target->receiver + ": new, new:N or @name"};
+            }
+            prepared.Show("self", self, true);
+        }
+        if (!target->receiver.empty()) {
+            prepared.arguments.push_back({Slot::Word, reinterpret_cast<uintptr_t>(self)});
+        }
+        if (target->property) prepared.arguments.push_back({Slot::Word, 0});
+        for (std::size_t i = 0; i < parameters.size(); ++i) {
+            const bool typed = i < given.size();
+            if (!prepared.Add(parameters[i], typed ? given[i] : *parameters[i].fallback, self)) {
+                return {kUsage, "argument " + parameters[i].name + " (" + TypeName(parameters[i]) +
+                                    (typed ? "" : " = " + *parameters[i].fallback) +
+                                    "): " + prepared.error};
             }
         }
-        if (self == nullptr || ClassOf(self) != target->receiver) {
-            return {kUsage, target->declaration + " needs --self, an instance of " +
-                                target->receiver + ": new, new:N or @name"};
+
+        // The call itself: logged, balanced and checked for faults on its own.
+        const bool instance = !target->receiver.empty() && target->receiver != "MemoryBlock";
+        REALobject heldBefore = instance ? Held(self) : nullptr;
+        simhost::TakeExceptions();
+        simhost::ClearCalls();
+        const simhost::Snapshot snapshot = simhost::TakeSnapshot();
+        auto returned =
+            Invoke(target->function, ReturnsOf(signature->result), prepared.arguments, error);
+        if (!returned) return {kUsage, target->declaration + ": " + error};
+        report.declaration = target->declaration;
+        for (const auto &call : simhost::Calls())
+            report.log.push_back(call.entry + " " + call.args);
+        for (auto &e : simhost::TakeExceptions())
+            report.exceptions.emplace_back(e.className, e.message);
+
+        const Type *type = signature->result;
+        const bool isBlock = type != nullptr && type->kind == Kind::Block;
+        const bool isString = type != nullptr && type->kind == Kind::String;
+        const auto object = isBlock ? reinterpret_cast<REALobject>(returned->bits) : nullptr;
+        const auto string = isString ? reinterpret_cast<REALstring>(returned->bits) : nullptr;
+        report.imbalance =
+            Balance(snapshot, object, string, heldBefore, instance ? Held(self) : nullptr);
+
+        for (auto &shown : prepared.shown) {
+            report.blocks.push_back({shown.label, shown.before,
+                                     shown.instance ? Holdings(shown.object)
+                                     : shown.object ? std::optional(BytesOf(shown.object))
+                                                    : std::nullopt});
         }
-        prepared.Show("self", self, true);
-    }
-    if (!target->receiver.empty()) {
-        prepared.arguments.push_back({Slot::Word, reinterpret_cast<uintptr_t>(self)});
-    }
-    if (target->property) prepared.arguments.push_back({Slot::Word, 0});
-    for (std::size_t i = 0; i < parameters.size(); ++i) {
-        const bool typed = i < given.size();
-        if (!prepared.Add(parameters[i], typed ? given[i] : *parameters[i].fallback, self)) {
-            return {kUsage, "argument " + parameters[i].name + " (" + TypeName(parameters[i]) +
-                                (typed ? "" : " = " + *parameters[i].fallback) +
-                                "): " + prepared.error};
+
+        const std::string kept = Describe(type, *returned, prepared.shown, report);
+
+        if (keep.empty()) {
+            simhost::Release(object);
+        } else if (!target->constructor || fresh) {
+            // The name takes over our reference.
+            REALobject held = target->constructor ? self : object;
+            std::erase(prepared.objects, held);
+            simhost::Release(names_[keep].object);
+            names_[keep] = {held, held != nullptr ? std::string() : kept};
         }
-    }
-
-    // The call itself: logged, balanced and checked for faults on its own.
-    const bool instance = !target->receiver.empty() && target->receiver != "MemoryBlock";
-    REALobject heldBefore = instance ? Held(self) : nullptr;
-    simhost::TakeExceptions();
-    simhost::ClearCalls();
-    const simhost::Snapshot snapshot = simhost::TakeSnapshot();
-    auto returned = Invoke(target->function, ReturnsOf(signature->result), prepared.arguments, error);
-    if (!returned) return {kUsage, target->declaration + ": " + error};
-    report.declaration = target->declaration;
-    for (const auto &call : simhost::Calls()) report.log.push_back(call.entry + " " + call.args);
-    for (auto &e : simhost::TakeExceptions()) report.exceptions.emplace_back(e.className, e.message);
-
-    const Type *type = signature->result;
-    const bool isBlock = type != nullptr && type->kind == Kind::Block;
-    const bool isString = type != nullptr && type->kind == Kind::String;
-    const auto object = isBlock ? reinterpret_cast<REALobject>(returned->bits) : nullptr;
-    const auto string = isString ? reinterpret_cast<REALstring>(returned->bits) : nullptr;
-    report.imbalance =
-        Balance(snapshot, object, string, heldBefore, instance ? Held(self) : nullptr);
-
-    for (auto &shown : prepared.shown) {
-        report.blocks.push_back({shown.label, shown.before,
-                                 shown.instance ? Holdings(shown.object)
-                                 : shown.object ? std::optional(BytesOf(shown.object))
-                                                : std::nullopt});
-    }
-
-    const std::string kept = Describe(type, *returned, prepared.shown, report);
-
-    if (keep.empty()) {
-        simhost::Release(object);
-    } else if (!target->constructor || fresh) {
-        // The name takes over our reference.
-        REALobject held = target->constructor ? self : object;
-        std::erase(prepared.objects, held);
-        simhost::Release(names_[keep].object);
-        names_[keep] = {held, held != nullptr ? std::string() : kept};
-    }
     }
     const auto faults = simhost::Faults();
     report.faults.assign(faults.begin() + static_cast<std::ptrdiff_t>(faultsBefore), faults.end());

@@ -137,8 +137,9 @@ std::optional<Returned> Invoke(REALproc function, Returns returns,
                    : argument.slot == Slot::Double ? Push(frame, &argument.real, 8)
                                                    : Push(frame, &single, sizeof single);
         } else if (frame.special != kNone || frame.count == kMaxSlots) {
-            error = "this platform calls no declaration with more than one Double, Single or "
-                    "64-bit parameter";
+            error =
+                "this platform calls no declaration with more than one Double, Single or "
+                "64-bit parameter";
             return std::nullopt;
         } else {
             frame.special = frame.count++;
@@ -153,14 +154,22 @@ std::optional<Returned> Invoke(REALproc function, Returns returns,
         }
     }
     switch (returns) {
-    case Returns::Nothing: return Read<void>(function, frame);
-    case Returns::Bits8: return Read<uint8_t>(function, frame);
-    case Returns::Bits16: return Read<uint16_t>(function, frame);
-    case Returns::Bits32: return Read<uint32_t>(function, frame);
-    case Returns::Bits64: return Read<uint64_t>(function, frame);
-    case Returns::Word: return Read<Word>(function, frame);
-    case Returns::Double: return Read<double>(function, frame);
-    case Returns::Single: return Read<float>(function, frame);
+    case Returns::Nothing:
+        return Read<void>(function, frame);
+    case Returns::Bits8:
+        return Read<uint8_t>(function, frame);
+    case Returns::Bits16:
+        return Read<uint16_t>(function, frame);
+    case Returns::Bits32:
+        return Read<uint32_t>(function, frame);
+    case Returns::Bits64:
+        return Read<uint64_t>(function, frame);
+    case Returns::Word:
+        return Read<Word>(function, frame);
+    case Returns::Double:
+        return Read<double>(function, frame);
+    case Returns::Single:
+        return Read<float>(function, frame);
     }
     return Returned{};
 }

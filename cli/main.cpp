@@ -36,7 +36,8 @@ struct Arguments {
 };
 
 void Usage(std::ostream &out) {
-    out << "usage: qvthost [--host-version V] [--declarations] [--nil-resolver] [--debug] [--json]\n"
+    out << "usage: qvthost [--host-version V] [--declarations] [--nil-resolver] [--debug] "
+           "[--json]\n"
            "               load|demo PLUGIN\n"
            "               call PLUGIN [--self VALUE] DECLARATION ARG...\n"
            "               run PLUGIN SCRIPT|-\n"
@@ -83,10 +84,10 @@ std::optional<Arguments> Parse(int argc, char **argv) {
     args.path = argv[i + 1];
     args.rest.assign(argv + i + 2, argv + argc);
     const std::size_t words = args.rest.size();
-    const bool fits = args.command == "call"  ? words >= 1
-                      : args.command == "run" ? words == 1
-                                              : (args.command == "load" || args.command == "demo") &&
-                                                    words == 0;
+    const bool fits = args.command == "call" ? words >= 1
+                      : args.command == "run"
+                          ? words == 1
+                          : (args.command == "load" || args.command == "demo") && words == 0;
     if (!fits) return std::nullopt;
     return args;
 }

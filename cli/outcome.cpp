@@ -99,8 +99,8 @@ std::string JsonBlock(const BlockReport &block) {
         if (!Changed(before, after, at)) continue;
         std::size_t end = at;
         while (end < std::max(before.size(), after.size()) && Changed(before, after, end)) ++end;
-        changed += (changed.empty() ? "[" : ",[") + std::to_string(at) + "," +
-                   std::to_string(end) + "]";
+        changed +=
+            (changed.empty() ? "[" : ",[") + std::to_string(at) + "," + std::to_string(end) + "]";
         at = end;
     }
     return "{\"name\":" + JsonString(block.label) + ",\"before\":" + hex(block.before) +

@@ -17,7 +17,7 @@ constexpr int kUsage = 2;
 constexpr int kFaults = 3;  // host faults or unbalanced references
 
 struct BlockReport {
-    std::string label;  // "self" or a parameter's name
+    std::string label;                         // "self" or a parameter's name
     std::optional<std::string> before, after;  // nullopt for nil
 };
 

@@ -18,14 +18,14 @@ namespace {
 constexpr int kWord = static_cast<int>(sizeof(intptr_t));
 
 constexpr Type kTypes[] = {
-    {"Integer", Kind::Integer, kWord, true},  {"Int8", Kind::Integer, 1, true},
-    {"Int16", Kind::Integer, 2, true},        {"Int32", Kind::Integer, 4, true},
-    {"Int64", Kind::Integer, 8, true},        {"UInt8", Kind::Integer, 1, false},
-    {"Byte", Kind::Integer, 1, false},        {"UInt16", Kind::Integer, 2, false},
-    {"UInt32", Kind::Integer, 4, false},      {"UInt64", Kind::Integer, 8, false},
-    {"Double", Kind::Real, 8, true},          {"Single", Kind::Real, 4, true},
-    {"Boolean", Kind::Boolean, 1, false},     {"String", Kind::String, kWord, false},
-    {"Ptr", Kind::Ptr, kWord, false},         {"MemoryBlock", Kind::Block, kWord, false},
+    {"Integer", Kind::Integer, kWord, true}, {"Int8", Kind::Integer, 1, true},
+    {"Int16", Kind::Integer, 2, true},       {"Int32", Kind::Integer, 4, true},
+    {"Int64", Kind::Integer, 8, true},       {"UInt8", Kind::Integer, 1, false},
+    {"Byte", Kind::Integer, 1, false},       {"UInt16", Kind::Integer, 2, false},
+    {"UInt32", Kind::Integer, 4, false},     {"UInt64", Kind::Integer, 8, false},
+    {"Double", Kind::Real, 8, true},         {"Single", Kind::Real, 4, true},
+    {"Boolean", Kind::Boolean, 1, false},    {"String", Kind::String, kWord, false},
+    {"Ptr", Kind::Ptr, kWord, false},        {"MemoryBlock", Kind::Block, kWord, false},
 };
 
 // Nothing a person types by hand needs more, and a typo must not exhaust memory.
@@ -104,9 +104,9 @@ std::optional<uint64_t> ParseInteger(const Type &type, std::string_view text, st
                          : bits == 64  ? ~uint64_t{0}
                                        : (uint64_t{1} << bits) - 1;
     // -0 is 0, for unsigned types too.
-    const bool fits = read == Read::Number &&
-                      (negative ? magnitude == 0 || (type.isSigned && magnitude <= top)
-                                : magnitude <= (type.isSigned ? top - 1 : top));
+    const bool fits =
+        read == Read::Number && (negative ? magnitude == 0 || (type.isSigned && magnitude <= top)
+                                          : magnitude <= (type.isSigned ? top - 1 : top));
     if (!fits) {
         error = std::string(text) + " does not fit " + type.name + " (" + Range(type) + ")";
         return std::nullopt;
@@ -173,7 +173,8 @@ std::optional<std::string> ReadFile(const std::string &path, std::string &error)
         std::fclose(file);
         if (!failed && bytes.size() <= kLargestBlock) return bytes;
         error = "cannot read file:" + path + ": " +
-                (failed ? std::strerror(code) : "larger than " + std::to_string(kLargestBlock) + " bytes");
+                (failed ? std::strerror(code)
+                        : "larger than " + std::to_string(kLargestBlock) + " bytes");
         return std::nullopt;
     }
     error = "cannot read file:" + path + ": " + std::strerror(errno);
@@ -247,7 +248,8 @@ std::optional<Value> ParsePlace(std::string_view text, std::string &error) {
             error = "'" + std::string(text.substr(sign + 1)) + "' is not an offset";
             return std::nullopt;
         }
-        place.offset = text[sign] == '-' ? -static_cast<int64_t>(offset) : static_cast<int64_t>(offset);
+        place.offset =
+            text[sign] == '-' ? -static_cast<int64_t>(offset) : static_cast<int64_t>(offset);
     }
     return place;
 }
@@ -296,7 +298,8 @@ std::optional<Signature> ParseDeclaration(std::string_view text, std::string &er
     if (rest.starts_with('(')) {
         // "values()" has the only parentheses inside a parameter list.
         std::size_t close = 1, depth = 1;
-        for (; close < rest.size() && depth > 0; ++close) depth += rest[close] == '(' ? 1 : rest[close] == ')' ? -1 : 0;
+        for (; close < rest.size() && depth > 0; ++close)
+            depth += rest[close] == '(' ? 1 : rest[close] == ')' ? -1 : 0;
         if (depth != 0) {
             error = "the parameter list has no closing parenthesis";
             return std::nullopt;
@@ -334,8 +337,9 @@ std::optional<Signature> ParseDeclaration(std::string_view text, std::string &er
             parameter.type = FindType(words[2]);
             if (parameter.type == nullptr ||
                 (parameter.array && parameter.type->kind != Kind::Integer)) {
-                error = "parameter " + parameter.name + " has a type this host cannot pass: " +
-                        std::string(words[2]) + (parameter.array ? "()" : "");
+                error = "parameter " + parameter.name +
+                        " has a type this host cannot pass: " + std::string(words[2]) +
+                        (parameter.array ? "()" : "");
                 return std::nullopt;
             }
             if (!extends) signature.parameters.push_back(std::move(parameter));

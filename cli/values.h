@@ -27,8 +27,8 @@ const Type *FindType(std::string_view name);
 struct Parameter {
     std::string name;
     const Type *type = nullptr;
-    bool array = false;     // "values() as UInt8"
-    bool assigns = false;   // the value of an assigning form
+    bool array = false;                   // "values() as UInt8"
+    bool assigns = false;                 // the value of an assigning form
     std::optional<std::string> fallback;  // the text after "="
 };
 
@@ -63,8 +63,8 @@ struct Nil {};
 
 // What one argument parses to. Integers are held as their bit pattern,
 // sign-extended to 64 bits for signed types.
-using Value = std::variant<uint64_t, double, bool, Text, BlockBytes, Place, Nil,
-                           std::vector<uint64_t>>;
+using Value =
+    std::variant<uint64_t, double, bool, Text, BlockBytes, Place, Nil, std::vector<uint64_t>>;
 
 // The value of `text` for `type`; nullopt with a one-line reason in `error`.
 // A file: block is read here.
