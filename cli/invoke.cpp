@@ -153,25 +153,11 @@ std::optional<Returned> Invoke(REALproc function, Returns returns,
             return std::nullopt;
         }
     }
-    switch (returns) {
-    case Returns::Nothing:
-        return Read<void>(function, frame);
-    case Returns::Bits8:
-        return Read<uint8_t>(function, frame);
-    case Returns::Bits16:
-        return Read<uint16_t>(function, frame);
-    case Returns::Bits32:
-        return Read<uint32_t>(function, frame);
-    case Returns::Bits64:
-        return Read<uint64_t>(function, frame);
-    case Returns::Word:
-        return Read<Word>(function, frame);
-    case Returns::Double:
-        return Read<double>(function, frame);
-    case Returns::Single:
-        return Read<float>(function, frame);
-    }
-    return Returned{};
+    // In the order of Returns.
+    static constexpr Returned (*kRead[])(REALproc, const Frame &) = {
+        &Read<void>,     &Read<uint8_t>, &Read<uint16_t>, &Read<uint32_t>,
+        &Read<uint64_t>, &Read<Word>,    &Read<double>,   &Read<float>};
+    return kRead[static_cast<std::size_t>(returns)](function, frame);
 }
 
 }  // namespace qvthost
