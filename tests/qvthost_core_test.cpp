@@ -1,6 +1,7 @@
 // What the command-line host reads from a person: declarations, the words of
-// a script line and typed values with their ranges; and how it shows them:
-// the parts of a long block around its changes, and JSON strings.
+// a script line and typed values with their ranges; how it calls a function
+// known only by the classes of its arguments; and how it shows them: the
+// parts of a long block around its changes, and JSON strings.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "cli/format.h"
+#include "cli/invoke.h"
 #include "cli/outcome.h"
 #include "cli/values.h"
 
@@ -220,6 +222,137 @@ TEST(QvthostValues, SplitScriptLines) {
         auto words = SplitWords(row.line, error);
         EXPECT_EQ(words ? *words : std::vector<std::string>{"error: " + error}, row.words)
             << row.line;
+    }
+}
+
+// Functions of every shape a declaration maps to; each result weighs every
+// argument by its place, so that one argument in a wrong place shows.
+uint8_t AddBytes(uint8_t a, uint8_t b) {
+    return static_cast<uint8_t>(a + 2 * b);
+}
+int16_t Negate16(int16_t a) {
+    return static_cast<int16_t>(-a);
+}
+bool IsNegative(int64_t value) {
+    return value < 0;
+}
+uint32_t Swap32(uint32_t n) {
+    return (n >> 16) | (n << 16);
+}
+uint64_t Mix(uintptr_t a, uint64_t b, uint32_t c, bool d) {
+    return a + 3 * b + 5 * uint64_t{c} + 7 * d;
+}
+double Weighted(intptr_t a, intptr_t b, intptr_t c, intptr_t d, intptr_t e, intptr_t f, intptr_t g,
+                intptr_t h, double t, intptr_t i, intptr_t j) {
+    return static_cast<double>(a + 2 * b + 3 * c + 4 * d + 5 * e + 6 * f + 7 * g + 8 * h + 10 * i +
+                               11 * j) +
+           t;
+}
+double Lead(double d, int8_t a, intptr_t b) {
+    return d * a - static_cast<double>(b);
+}
+float Scale(intptr_t n, float f) {
+    return f * static_cast<float>(n);
+}
+intptr_t Last(intptr_t a, intptr_t b, intptr_t c, intptr_t d, intptr_t e, intptr_t f, intptr_t g,
+              intptr_t h, intptr_t i, intptr_t j, intptr_t k, intptr_t l, intptr_t m, intptr_t n) {
+    return a - b + c - d + e - f + g - h + i - j + k - l + m - 14 * n;
+}
+uint64_t Pair(int64_t a, int64_t b, intptr_t c) {
+    return static_cast<uint64_t>(a - 2 * b + c);
+}
+double Both(double a, double b) {
+    return a - b;
+}
+intptr_t gStored = 0;
+void Store(int64_t value, intptr_t offset) {
+    gStored = static_cast<intptr_t>(value + offset);
+}
+
+template <typename F>
+REALproc Proc(F *function) {
+    return reinterpret_cast<REALproc>(function);
+}
+
+Argument W(int64_t value) {
+    return {Slot::Word, static_cast<uint64_t>(value)};
+}
+Argument L(int64_t value) {
+    return {Slot::Long, static_cast<uint64_t>(value)};
+}
+Argument D(double value) {
+    return {Slot::Double, 0, value};
+}
+Argument S(double value) {
+    return {Slot::Single, 0, value};
+}
+
+#if defined(__i386__) || defined(_M_IX86)
+constexpr bool kAllOnTheStack = true;
+#else
+constexpr bool kAllOnTheStack = false;
+#endif
+
+TEST(QvthostInvoke, CallsEveryShapeWithItsArgumentsInPlace) {
+    const std::string kOneSpecial =
+        "this platform calls no declaration with more than one Double, Single or 64-bit parameter";
+    const bool kWideWords = sizeof(void *) >= 8 || kAllOnTheStack;
+    const struct {
+        const char *name;
+        REALproc function;
+        Returns returns;
+        std::vector<Argument> arguments;
+        std::string expected;  // bits or the real as text, or the error
+    } rows[] = {
+        {"AddBytes", Proc(AddBytes), Returns::Bits8, {W(200), W(100)}, "144"},
+        {"Negate16", Proc(Negate16), Returns::Bits16, {W(-300)}, "300"},
+        {"Negate16 negative", Proc(Negate16), Returns::Bits16, {W(300)}, "65236"},
+        {"IsNegative", Proc(IsNegative), Returns::Bits8, {L(INT64_MIN)}, "1"},
+        {"IsNegative positive", Proc(IsNegative), Returns::Bits8, {L(INT64_MAX)}, "0"},
+        {"Swap32", Proc(Swap32), Returns::Bits32, {W(0x12345678)}, "1450709556"},
+        {"Mix",
+         Proc(Mix),
+         Returns::Bits64,
+         {W(1), L(1LL << 40), W(0xFFFFFFFF), W(1)},
+         std::to_string(1 + 3 * (1ULL << 40) + 5 * 0xFFFFFFFFULL + 7)},
+        {"Weighted",
+         Proc(Weighted),
+         Returns::Double,
+         {W(1), W(1), W(1), W(1), W(1), W(1), W(1), W(1), D(0.5), W(1), W(-1)},
+         "35.5"},
+        {"Lead", Proc(Lead), Returns::Double, {D(1.5), W(-4), W(1)}, "-7"},
+        {"Scale", Proc(Scale), Returns::Single, {W(3), S(0.25)}, "0.75"},
+        {"Last",
+         Proc(Last),
+         Returns::Word,
+         {W(1), W(2), W(3), W(4), W(5), W(6), W(7), W(8), W(9), W(10), W(11), W(12), W(13), W(1)},
+         std::to_string(static_cast<uintptr_t>(intptr_t{-7}))},
+        {"Pair",
+         Proc(Pair),
+         Returns::Bits64,
+         {L(1LL << 40), L(-3), W(5)},
+         kWideWords ? std::to_string((1ULL << 40) + 11) : kOneSpecial},
+        {"Both",
+         Proc(Both),
+         Returns::Double,
+         {D(2.5), D(0.25)},
+         kAllOnTheStack ? "2.25" : kOneSpecial},
+        {"Store", Proc(Store), Returns::Nothing, {L(-10), W(3)}, "stored -7"},
+        {"too many", Proc(Last), Returns::Word, std::vector<Argument>(15, W(0)),
+         "a declaration with this many parameters cannot be called"},
+    };
+    for (const auto &row : rows) {
+        std::string error;
+        auto returned = Invoke(row.function, row.returns, row.arguments, error);
+        std::string shown = error;
+        if (returned && row.returns == Returns::Nothing) {
+            shown = "stored " + std::to_string(gStored);
+        } else if (returned) {
+            const bool real = row.returns == Returns::Double || row.returns == Returns::Single;
+            shown = real ? std::to_string(returned->real) : std::to_string(returned->bits);
+            if (real) shown.erase(shown.find_last_not_of("0.") + 1);
+        }
+        EXPECT_EQ(shown, row.expected) << row.name;
     }
 }
 
