@@ -117,29 +117,35 @@ Row ByteSearch(Row row) {
     return row;
 }
 
-// A target of row.p bytes drawn from the text's own letters, so that its first
-// byte is common, found nowhere but at the end where it is put.
-std::vector<uint8_t> TextTarget(const uint8_t *text, std::size_t n, std::size_t length) {
-    static std::map<std::pair<std::size_t, std::size_t>, std::vector<uint8_t>> made;
-    auto &target = made[{n, length}];
-    if (!target.empty()) return target;
+// A target of row.p bytes drawn from the block's own bytes (spaces left
+// out), so that its bytes are as common as the data makes them.
+void NeedleFromData(const Row &row, Buffers &c) {
+    const auto length = static_cast<std::size_t>(row.p);
     std::mt19937 random(static_cast<unsigned>(length));
-    std::vector<uint8_t> candidate(length);
-    for (;;) {
-        for (auto &byte : candidate) {
-            do byte = text[random() % (n - length)];
-            while (byte == ' ');
-        }
-        if (!memmem(text, n - 1, candidate.data(), length)) break;
+    c.needle.resize(length);
+    for (auto &byte : c.needle) {
+        do byte = c.pa[random() % (c.n - length)];
+        while (byte == ' ');
     }
-    return target = candidate;
 }
 
+// Puts the target last after breaking every earlier occurrence with a byte
+// it lacks, so that every search walks the whole block.
 void PutTarget(Buffers &c) {
-    std::memcpy(c.pa + c.n - c.needle.size(), c.needle.data(), c.needle.size());
+    const std::size_t length = c.needle.size();
+    int absent = 'a';
+    while (absent < 256 && std::find(c.needle.begin(), c.needle.end(), absent) != c.needle.end()) ++absent;
+    if (length == 1) {
+        std::replace(c.pa, c.pa + c.n, c.needle[0], static_cast<uint8_t>(absent));
+    } else if (absent < 256) {
+        for (uint8_t *at = c.pa; (at = static_cast<uint8_t *>(memmem(at, c.pa + c.n - at, c.needle.data(), length)));) {
+            *at = static_cast<uint8_t>(absent);
+        }
+    }
+    std::memcpy(c.pa + c.n - length, c.needle.data(), length);
 }
 void TextNeedle(const Row &row, Buffers &c) {
-    c.needle = TextTarget(c.pa, c.n, static_cast<std::size_t>(row.p));
+    NeedleFromData(row, c);
     PutTarget(c);
 }
 // 1000 times 'a' and one 'b' in a block of 'a': the naive search compares
@@ -553,42 +559,46 @@ std::vector<Row> MemoryRows() {
     threeOfFour.p = 3;
     rows.push_back(threeOfFour);
 
-    // Text search with targets of 4 to 32 bytes at the end; the two forms
-    // share the search routine, so FindBytesQVT takes the ends of the range.
-    for (int length : {4, 8, 16, 32}) {
-        for (bool string : {true, false}) {
-            if (!string && length != 4 && length != 32) continue;
-            const std::string kind = string ? "FindStringQVT" : "FindBytesQVT";
-            rows.push_back(
-                {.name = kind + " " + std::to_string(length) + "-byte target",
-                 .family = "search",
-                 .declaration =
-                     string ? "FindStringQVT(srcOfs as Integer, maxBytes as Integer, target as "
-                              "String) as Integer"
-                            : "FindBytesQVT(srcOfs as Integer, maxBytes as Integer, target as "
-                              "MemoryBlock, targOfs as Integer, targLen as Integer) as Integer",
-                 .call = string ? CallFindString : CallFindBytes,
-                 .plain = PlainFindTarget,
-                 .library = Memmem,
-                 .libraryKey = "memmem " + std::to_string(length) + "-byte target",
-                 .aData = Data::Text,
-                 .prepare = string ? Prepare([](const Row &row, Buffers &c) {
-                     TextNeedle(row, c);
-                     StringTarget(c);
-                 })
-                                   : Prepare([](const Row &row, Buffers &c) {
-                                         TextNeedle(row, c);
-                                         BlockTarget(c);
-                                     }),
-                 .touched = 1,
-                 .goal = Goal::FindString,
-                 .p = length});
+    // Targets of 1 to 256 bytes at the end of text and of random bytes; the
+    // two forms share the search routine, so FindBytesQVT takes a few.
+    std::size_t longest[2] = {};  // the 32-byte rows on text of both forms
+    for (int length : {1, 2, 3, 4, 8, 16, 32, 64, 256}) {
+        for (Data data : {Data::Text, Data::Random}) {
+            for (bool string : {true, false}) {
+                if (!string && (data != Data::Text || (length != 4 && length != 32))) continue;
+                if (length == 32 && data == Data::Text) longest[string ? 0 : 1] = rows.size();
+                const std::string what = std::to_string(length) + "-byte target" +
+                                         (data == Data::Random ? " in random bytes" : "");
+                rows.push_back(
+                    {.name = (string ? "FindStringQVT " : "FindBytesQVT ") + what,
+                     .family = "search",
+                     .declaration =
+                         string ? "FindStringQVT(srcOfs as Integer, maxBytes as Integer, target as "
+                                  "String) as Integer"
+                                : "FindBytesQVT(srcOfs as Integer, maxBytes as Integer, target as "
+                                  "MemoryBlock, targOfs as Integer, targLen as Integer) as Integer",
+                     .call = string ? CallFindString : CallFindBytes,
+                     .plain = PlainFindTarget,
+                     .library = Memmem,
+                     .libraryKey = "memmem " + what,
+                     .aData = data,
+                     .prepare = string ? Prepare([](const Row &row, Buffers &c) {
+                         TextNeedle(row, c);
+                         StringTarget(c);
+                     })
+                                       : Prepare([](const Row &row, Buffers &c) {
+                                             TextNeedle(row, c);
+                                             BlockTarget(c);
+                                         }),
+                     .touched = 1,
+                     .goal = Goal::FindString,
+                     .p = length});
+            }
         }
     }
     // The plain loop costs 1000 comparisons a byte here: it stops at 1 MiB.
-    const std::size_t longest = rows.size() - 2;  // the 32-byte rows of both forms
     for (bool string : {true, false}) {
-        Row row = rows[string ? longest : longest + 1];
+        Row row = rows[longest[string ? 0 : 1]];
         row.name = (string ? "FindStringQVT" : "FindBytesQVT") + std::string(" adversarial");
         row.aData = Data::Adversarial;
         row.libraryKey = "memmem adversarial";

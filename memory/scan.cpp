@@ -4,6 +4,12 @@
 #include <array>
 #include <cstring>
 
+#include "memory/scan_filter.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace qvt::scan {
 
 namespace {
@@ -17,8 +23,8 @@ constexpr std::size_t kWord = 8;
 // again by groups, words and bytes.
 constexpr std::size_t kRunBlock = 256;
 constexpr std::size_t kRunGroup = 32;
-// Candidate positions of a substring go by blocks; a block with any is
-// flagged position by position and searched again by words of flags.
+// Candidate positions of a substring go by blocks where no vector
+// instructions are at hand.
 constexpr std::size_t kFilterBlock = 64;
 
 uint64_t Word(const uint8_t *at) {
@@ -66,14 +72,9 @@ constexpr std::array<uint8_t, 256> kCommonness = [] {
     return rank;
 }();
 
-// Positions are candidates where two chosen needle bytes, the rarest and the
-// rarest other value, both match; candidates are then compared whole, in
-// ascending order. Should the comparisons cost more than a few bytes for
-// each position passed, Two-Way takes over from the failed candidate, which
-// keeps the whole search linear.
-const uint8_t *FindByFilter(const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m) {
-    // In one pass over the needle's head: the rarest byte, and the rarest
-    // of another value.
+// Picks the two needle bytes that filter positions: the rarest in the
+// needle's head, and the rarest of another value.
+Search Prepare(const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m) {
     const std::size_t span = std::min(m, kPickSpan);
     std::size_t rare = 0, other = SIZE_MAX;
     unsigned rareRank = kCommonness[s[0]], otherRank = 256;
@@ -93,62 +94,83 @@ const uint8_t *FindByFilter(const uint8_t *h, std::size_t n, const uint8_t *s, s
         }
     }
     if (other == SIZE_MAX) other = rare == m - 1 ? 0 : m - 1;  // a head of one value
-    const uint8_t c1 = s[rare], c2 = s[other];
-    const uint8_t *first = h + rare, *second = h + other;
-    const auto anyIn = [=](std::size_t from) {
-        uint8_t found = 0;
-        for (std::size_t k = 0; k < kFilterBlock; ++k) found |= (first[from + k] == c1) & (second[from + k] == c2);
-        return found != 0;
-    };
+    return {.h = h, .n = n, .s = s, .m = m, .rare = rare, .other = other, .work = 0, .found = nullptr};
+}
 
-    constexpr std::size_t kAllowance = 4096;
-    const std::size_t positions = n - m + 1;
-    std::size_t work = 0;
-    // Compares the candidate at p whole; true when the search is decided,
-    // with the answer in `found`.
-    const uint8_t *found = nullptr;
-    const auto decides = [&](std::size_t p) {
-        const std::size_t shared = SharedPrefix(h + p, s, m);
-        if (shared == m) {
-            found = h + p;
-            return true;
-        }
-        work += shared + kWord;
-        if (work <= 4 * p + kAllowance) return false;
-        found = FindSubstringTwoWay(h + p, n - p, s, m);
-        return true;
-    };
-
-    std::size_t p = 0;
-    if (positions >= kFilterBlock) {
-        for (;;) {
-            // The last block overlaps the one before: its positions below
-            // p were tested already and had no candidate.
-            const std::size_t base = std::min(p, positions - kFilterBlock);
-            if (anyIn(base)) {
-                uint8_t flags[kFilterBlock];
-                for (std::size_t k = 0; k < kFilterBlock; ++k) flags[k] = (first[base + k] == c1) & (second[base + k] == c2);
-                for (std::size_t k = p - base; k < kFilterBlock; ++k) {
-                    if (k % kWord == 0 && Word(flags + k) == 0) {
-                        k += kWord - 1;
-                        continue;
-                    }
-                    if (flags[k] && decides(base + k)) return found;
-                }
-            }
-            p = base + kFilterBlock;
-            if (p >= positions) return nullptr;
-        }
+#if defined(__SSE2__)
+struct Sse2 {
+    static constexpr std::size_t kWidth = 16;
+    static __m128i Splat(uint8_t c) { return _mm_set1_epi8(static_cast<char>(c)); }
+    static uint64_t Matches(const uint8_t *first, __m128i c1, const uint8_t *second, __m128i c2) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(first));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(second));
+        return static_cast<uint32_t>(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, c1), _mm_cmpeq_epi8(b, c2))));
     }
-    // Too few positions for a block: the rare byte is looked for directly.
-    while (p < positions) {
-        const auto *at = static_cast<const uint8_t *>(std::memchr(first + p, c1, positions - p));
+};
+#endif
+
+// Without vector instructions: blocks of positions in fixed-length loops
+// that compilers vectorise for any target, a block with a candidate flagged
+// position by position and searched again by words of flags.
+const uint8_t *FilterPortable(Search &q) {
+    const std::size_t positions = q.n - q.m + 1;
+    const uint8_t c1 = q.s[q.rare], c2 = q.s[q.other];
+    const uint8_t *first = q.h + q.rare, *second = q.h + q.other;
+    for (std::size_t p = 0;;) {
+        // The last block overlaps the one before: its positions below p
+        // were tried already.
+        const std::size_t base = std::min(p, positions - kFilterBlock);
+        uint8_t any = 0;
+        for (std::size_t k = 0; k < kFilterBlock; ++k) any |= (first[base + k] == c1) & (second[base + k] == c2);
+        if (any) {
+            uint8_t flags[kFilterBlock];
+            for (std::size_t k = 0; k < kFilterBlock; ++k) flags[k] = (first[base + k] == c1) & (second[base + k] == c2);
+            for (std::size_t k = p - base; k < kFilterBlock; ++k) {
+                if (k % kWord == 0 && Word(flags + k) == 0) {
+                    k += kWord - 1;
+                    continue;
+                }
+                if (flags[k] && Decides(q, base + k)) return q.found;
+            }
+        }
+        p = base + kFilterBlock;
+        if (p >= positions) return nullptr;
+    }
+}
+
+// Too few positions for a vector: the rare byte is looked for directly.
+const uint8_t *FilterFew(Search &q) {
+    const std::size_t positions = q.n - q.m + 1;
+    const uint8_t *first = q.h + q.rare, *second = q.h + q.other;
+    for (std::size_t p = 0; p < positions; ++p) {
+        const auto *at = static_cast<const uint8_t *>(std::memchr(first + p, q.s[q.rare], positions - p));
         if (!at) return nullptr;
         p = static_cast<std::size_t>(at - first);
-        if (second[p] == c2 && decides(p)) return found;
-        ++p;
+        if (second[p] == q.s[q.other] && Decides(q, p)) return q.found;
     }
     return nullptr;
+}
+
+// Positions are candidates where the two chosen needle bytes both match;
+// candidates are then compared whole, in ascending order. The filter reads
+// every position, so its cost does not depend on the needle's shape, and a
+// rare pair of bytes leaves few candidates on text and on binary data
+// alike; skip tables (as memmem's) read fewer bytes only for long needles
+// and lose to a vector filter on the cache's speed. Should the comparisons
+// cost more than a few bytes for each position passed, Two-Way takes over
+// from the failed candidate, which keeps the whole search linear.
+const uint8_t *FindByFilter(const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m, Filter filter) {
+    Search q = Prepare(h, n, s, m);
+    const std::size_t positions = n - m + 1;
+#if defined(QVT_X86_FILTERS)
+    if (filter >= Filter::Avx512 && positions >= 64) return FilterAvx512(q);
+    if (filter >= Filter::Avx2 && positions >= 32) return FilterAvx2(q);
+#endif
+#if defined(__SSE2__)
+    if (filter >= Filter::Sse2 && positions >= Sse2::kWidth) return FilterBy<Sse2>(q);
+#endif
+    if (filter == Filter::Portable && positions >= kFilterBlock) return FilterPortable(q);
+    return FilterFew(q);
 }
 
 // The needle's critical factorization: the start of its right half, with
@@ -191,6 +213,35 @@ std::size_t CriticalFactorization(const uint8_t *s, std::size_t m, std::size_t &
 
 }  // namespace
 
+bool Decides(Search &q, std::size_t p) {
+    constexpr std::size_t kAllowance = 4096;
+    const std::size_t shared = SharedPrefix(q.h + p, q.s, q.m);
+    if (shared == q.m) {
+        q.found = q.h + p;
+        return true;
+    }
+    q.work += shared + kWord;
+    if (q.work <= 4 * p + kAllowance) return false;
+    q.found = FindSubstringTwoWay(q.h + p, q.n - p, q.s, q.m);
+    return true;
+}
+
+Filter WidestFilter() {
+#if defined(QVT_X86_FILTERS)
+    static const Filter widest = [] {
+        __builtin_cpu_init();
+        if (__builtin_cpu_supports("avx512bw")) return Filter::Avx512;
+        if (__builtin_cpu_supports("avx2")) return Filter::Avx2;
+        return Filter::Sse2;
+    }();
+    return widest;
+#elif defined(__SSE2__)
+    return Filter::Sse2;
+#else
+    return Filter::Portable;
+#endif
+}
+
 std::size_t FirstOther(const uint8_t *bytes, std::size_t count, uint8_t value) {
     const uint64_t pattern = uint64_t{0x0101010101010101} * value;
     std::size_t at = 0;
@@ -218,10 +269,15 @@ std::size_t FirstOther(const uint8_t *bytes, std::size_t count, uint8_t value) {
 
 const uint8_t *FindSubstring(const uint8_t *haystack, std::size_t n, const uint8_t *needle,
                              std::size_t m) {
+    return FindSubstring(haystack, n, needle, m, WidestFilter());
+}
+
+const uint8_t *FindSubstring(const uint8_t *haystack, std::size_t n, const uint8_t *needle,
+                             std::size_t m, Filter filter) {
     if (m == 0) return haystack;
     if (m > n) return nullptr;
     if (m == 1) return static_cast<const uint8_t *>(std::memchr(haystack, needle[0], n));
-    return FindByFilter(haystack, n, needle, m);
+    return FindByFilter(haystack, n, needle, m, std::min(filter, WidestFilter()));
 }
 
 // After glibc's two_way_long_needle: the right half is compared first, the

@@ -12,11 +12,19 @@ namespace qvt::scan {
 // `count` when none does.
 std::size_t FirstOther(const uint8_t *bytes, std::size_t count, uint8_t value);
 
+// The instruction sets the substring filter can run on, narrowest first.
+enum class Filter { Portable, Sse2, Avx2, Avx512 };
+// The widest this processor has, which FindSubstring takes.
+Filter WidestFilter();
+
 // The first position at which the `m` bytes of `needle` occur whole in the
 // `n` bytes of `haystack`, or null; an empty needle occurs at the start.
 // Linear in n + m, whatever the bytes.
 const uint8_t *FindSubstring(const uint8_t *haystack, std::size_t n, const uint8_t *needle,
                              std::size_t m);
+// The same on the given instruction set, or the widest there is if narrower.
+const uint8_t *FindSubstring(const uint8_t *haystack, std::size_t n, const uint8_t *needle,
+                             std::size_t m, Filter filter);
 
 // The same by the Two-Way algorithm alone, which FindSubstring falls back
 // to when candidates keep failing late.

@@ -397,16 +397,22 @@ TEST(ScanTest, FirstOtherAgreesWithThePlainLoop) {
 // one byte are the cases Two-Way treats apart, and long runs of late
 // failures hand the filter's search over to it midway.
 TEST(ScanTest, SubstringSearchesAgreeWithThePlainSearch) {
-    using Find = const uint8_t *(*)(const uint8_t *, std::size_t, const uint8_t *, std::size_t);
-    const Find finds[] = {&scan::FindSubstring, &scan::FindSubstringTwoWay};
+    using Find = std::function<const uint8_t *(const uint8_t *, std::size_t, const uint8_t *, std::size_t)>;
+    // Two-Way alone, then the filter on every instruction set this processor has.
+    std::vector<Find> finds = {&scan::FindSubstringTwoWay};
+    for (int f = 0; f <= static_cast<int>(scan::WidestFilter()); ++f) {
+        finds.push_back([f](const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m) {
+            return scan::FindSubstring(h, n, s, m, static_cast<scan::Filter>(f));
+        });
+    }
     const auto check = [&](const Bytes &hay, const Bytes &needle, std::size_t start) {
         const auto first = hay.begin() + static_cast<std::ptrdiff_t>(start);
         const intptr_t plain = At(hay, std::search(first, hay.end(), needle.begin(), needle.end()), hay.end());
-        for (Find find : finds) {
-            const uint8_t *found = find(hay.data() + start, hay.size() - start, needle.data(), needle.size());
+        for (std::size_t f = 0; f < finds.size(); ++f) {
+            const uint8_t *found = finds[f](hay.data() + start, hay.size() - start, needle.data(), needle.size());
             ASSERT_EQ(found ? found - hay.data() : -1, plain)
-                << (find == finds[0] ? "filter " : "two-way ") << std::string(needle.begin(), needle.end())
-                << " in " << hay.size() << " from " << start;
+                << "search " << f << ": " << std::string(needle.begin(), needle.end()) << " in " << hay.size()
+                << " from " << start;
         }
     };
     const auto text = [](std::string_view part, std::size_t times, std::string_view tail = "") {
@@ -441,6 +447,25 @@ TEST(ScanTest, SubstringSearchesAgreeWithThePlainSearch) {
             }
         }
     }
+    // Vectors of 16, 32 and 64 positions: rests of every length behind
+    // them, loads from any alignment, and a match in the first vector, at
+    // the very end or nowhere.
+    std::uniform_int_distribution<int> quad('a', 'd');
+    for (std::size_t width : {16, 32, 64}) {
+        for (std::size_t positions : {width - 1, width, width + 1, 2 * width - 1, 2 * width, 2 * width + 1, 3 * width + 5}) {
+            for (std::size_t m : {2, 3, 9, 33}) {
+                Bytes hay(positions + m - 1);
+                for (auto &c : hay) c = static_cast<uint8_t>(quad(random));
+                const Bytes last(hay.end() - static_cast<std::ptrdiff_t>(m), hay.end());
+                const Bytes early(hay.begin() + 5, hay.begin() + 5 + static_cast<std::ptrdiff_t>(m));
+                for (std::size_t start = 0; start < 66 && start + m <= hay.size(); ++start) {
+                    check(hay, last, start);
+                    check(hay, early, start);
+                    check(hay, Bytes(m, 'e'), start);
+                }
+            }
+        }
+    }
     // A run of 'a' broken every 40 bytes: each candidate for 40 'a' fails
     // late, so the search moves to Two-Way; the run sits before, near or
     // far past that point, or nowhere.
@@ -456,7 +481,7 @@ TEST(ScanTest, SubstringSearchesAgreeWithThePlainSearch) {
     const Bytes aThenB = text("a", 1000, "b");
     for (const intptr_t expected : {-1, (1 << 16) - 1001}) {
         if (expected >= 0) run.back() = 'b';
-        for (Find find : finds) {
+        for (const Find &find : finds) {
             const uint8_t *found = find(run.data(), run.size(), aThenB.data(), aThenB.size());
             EXPECT_EQ(found ? found - run.data() : -1, expected);
         }
