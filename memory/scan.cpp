@@ -98,15 +98,11 @@ Search Prepare(const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m)
 }
 
 #if defined(__SSE2__)
-struct Sse2 {
-    static constexpr std::size_t kWidth = 16;
-    static __m128i Splat(uint8_t c) { return _mm_set1_epi8(static_cast<char>(c)); }
-    static uint64_t Matches(const uint8_t *first, __m128i c1, const uint8_t *second, __m128i c2) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(first));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(second));
-        return static_cast<uint32_t>(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, c1), _mm_cmpeq_epi8(b, c2))));
-    }
-};
+using V16 = Vectors<16>::Vector;
+uint64_t Both(V16 a, V16 c1, V16 b, V16 c2) {
+    return static_cast<uint32_t>(_mm_movemask_epi8(__m128i(Vectors<16>::Flags((a == c1) & (b == c2)))));
+}
+using Sse2 = Lanes<16, Both>;
 #endif
 
 // Without vector instructions: blocks of positions in fixed-length loops

@@ -32,9 +32,33 @@ bool Decides(Search &search, std::size_t p);
 const uint8_t *FilterAvx2(Search &search);
 const uint8_t *FilterAvx512(Search &search);
 
-// V gives kWidth and Matches(first, c1, second, c2): bit k set when
-// first[k] == c1 and second[k] == c2, for k below kWidth. Two vectors go
-// per step so that the test for candidates costs one branch for both.
+// W positions at a time in the compilers' vector extension. Both gives a
+// word with bit k set when a[k] == c1 and b[k] == c2: the one step with no
+// portable spelling.
+template <std::size_t W>
+struct Vectors {
+    typedef char Vector __attribute__((vector_size(W)));
+    typedef signed char Flags __attribute__((vector_size(W)));
+};
+
+template <std::size_t W, uint64_t (*Both)(typename Vectors<W>::Vector a, typename Vectors<W>::Vector c1,
+                                          typename Vectors<W>::Vector b, typename Vectors<W>::Vector c2)>
+struct Lanes {
+    using Vector = typename Vectors<W>::Vector;
+    static constexpr std::size_t kWidth = W;
+    static Vector Splat(uint8_t c) { return Vector{} + static_cast<char>(c); }
+    static Vector Load(const uint8_t *at) {
+        Vector v;
+        __builtin_memcpy(&v, at, W);
+        return v;
+    }
+    static uint64_t Matches(const uint8_t *first, Vector c1, const uint8_t *second, Vector c2) {
+        return Both(Load(first), c1, Load(second), c2);
+    }
+};
+
+// V is a Lanes. Two vectors go per step so that the test for candidates
+// costs one branch for both.
 template <class V>
 const uint8_t *FilterBy(Search &q) {
     constexpr std::size_t kWidth = V::kWidth;
