@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include "format.h"
 #include "invoke.h"
@@ -32,10 +33,8 @@ bool IsLiteral(std::string_view word) {
            word == "false" || word.starts_with('@') || word.find_first_of("0123456789-+.") == 0;
 }
 
-const Parameter &BlockParameter(const char *label) {
-    static Parameter parameter{"", FindType("MemoryBlock"), false, false, std::nullopt};
-    parameter.name = label;
-    return parameter;
+Parameter BlockParameter(std::string label) {
+    return {std::move(label), FindType("MemoryBlock"), false, false, std::nullopt};
 }
 
 std::span<const uint8_t> View(const std::string &bytes) {
@@ -47,13 +46,13 @@ std::string BytesOf(REALobject block) {
     return std::string(reinterpret_cast<const char *>(bytes.data()), bytes.size());
 }
 
-bool IsBlock(REALobject object) {
-    return simhost::Name(object).starts_with("MemoryBlock#");
-}
-
 std::string ClassOf(REALobject instance) {
     const std::string name = simhost::Name(instance);
     return name.substr(0, name.find('#'));
+}
+
+bool IsBlock(REALobject object) {
+    return ClassOf(object) == "MemoryBlock";
 }
 
 template <typename T>
@@ -74,6 +73,18 @@ std::optional<std::string> Holdings(REALobject instance) {
     if (count <= 0 || at == 0) return std::string();
     return std::string(reinterpret_cast<const char *>(static_cast<intptr_t>(at)),
                        static_cast<std::size_t>(count));
+}
+
+// Constructs an instance as Constructor(Size as Int64) with the size typed.
+bool Construct(REALobject instance, std::string_view size) {
+    int64_t bytes = 0;
+    auto [end, failed] = std::from_chars(size.data(), size.data() + size.size(), bytes);
+    auto constructor = simhost::FindMethod("Constructor(Size as Int64)", ClassOf(instance));
+    if (failed != std::errc{} || end != size.data() + size.size() || bytes < 0 || !constructor) {
+        return false;
+    }
+    reinterpret_cast<void (*)(REALobject, int64_t)>(constructor->function)(instance, bytes);
+    return true;
 }
 
 // The block an instance keeps a reference to, read through its Memory; nil
@@ -201,6 +212,47 @@ struct Preparation {
                                   : std::nullopt});
     }
 
+    // What the target works on: nothing for a global function, a block, or
+    // an instance: a named one, or a new one, constructed for new:N.
+    std::optional<REALobject> Receiver(const Target &target, const std::optional<std::string> &text,
+                                       bool &fresh) {
+        const std::string &declaration = target.declaration;
+        if (target.receiver.empty()) {
+            if (text) error = declaration + " is a global function: no --self";
+            return text ? std::nullopt : std::optional<REALobject>(nullptr);
+        }
+        if (target.receiver == "MemoryBlock") {
+            std::optional<REALobject> block;
+            if (!text) error = declaration + " needs --self, a MemoryBlock";
+            if (text && !(block = Block(BlockParameter("self"), *text))) error = "--self: " + error;
+            if (block) Show("self", *block, false);
+            return block;
+        }
+        REALobject self = nullptr;
+        if (text && text->starts_with('@')) {
+            Session::Named *named = Find(*text);
+            if (named == nullptr) {
+                error = "--self: " + error;
+                return std::nullopt;
+            }
+            self = named->object;
+        } else if (target.constructor || (text && (*text == "new" || text->starts_with("new:")))) {
+            self = objects.emplace_back(simhost::NewInstance(target.receiver));
+            fresh = true;
+            if (text && text->starts_with("new:") && !Construct(self, text->substr(4))) {
+                error = "--self: new:N needs a size and a Constructor(Size as Int64)";
+                return std::nullopt;
+            }
+        }
+        if (self == nullptr || ClassOf(self) != target.receiver) {
+            error = declaration + " needs --self, an instance of " + target.receiver +
+                    ": new, new:N or @name";
+            return std::nullopt;
+        }
+        Show("self", self, true);
+        return self;
+    }
+
     bool Place(const Parameter &parameter, const qvthost::Place &place, REALobject self) {
         REALobject base = nullptr;
         if (place.base.empty()) {
@@ -210,7 +262,7 @@ struct Preparation {
         } else if (place.base == "self") {
             base = self;
         } else {
-            auto block = Block(BlockParameter(place.base.c_str()), "@" + place.base);
+            auto block = Block(BlockParameter(place.base), "@" + place.base);
             if (!block) return false;
             base = *block;
         }
@@ -400,51 +452,10 @@ LineOutcome Session::Call(const std::vector<std::string> &words, const std::stri
     Report report;
     {
         Preparation prepared{names_};
-        REALobject self = nullptr;
         bool fresh = false;  // an instance of ours that ends with the call unless kept
-        if (target->receiver.empty()) {
-            if (selfText) return {kUsage, target->declaration + " is a global function: no --self"};
-        } else if (target->receiver == "MemoryBlock") {
-            if (!selfText) return {kUsage, target->declaration + " needs --self, a MemoryBlock"};
-            auto block = prepared.Block(BlockParameter("self"), *selfText);
-            if (!block) return {kUsage, "--self: " + prepared.error};
-            self = *block;
-            prepared.Show("self", self, false);
-        } else {
-            const bool named = selfText && selfText->starts_with('@');
-            if (named) {
-                Named *instance = prepared.Find(*selfText);
-                if (instance == nullptr) return {kUsage, "--self: " + prepared.error};
-                self = instance->object;
-            } else if (target->constructor || (selfText && selfText->starts_with("new"))) {
-                self = simhost::NewInstance(target->receiver);
-                fresh = true;
-                prepared.objects.push_back(self);
-                if (selfText && selfText->starts_with("new:")) {
-                    uint64_t size = 0;
-                    std::string_view digits = std::string_view(*selfText).substr(4);
-                    auto [end, failed] =
-                        std::from_chars(digits.data(), digits.data() + digits.size(), size);
-                    auto constructor =
-                        simhost::FindMethod("Constructor(Size as Int64)", target->receiver);
-                    if (failed != std::errc{} || end != digits.data() + digits.size() ||
-                        !constructor) {
-                        return {kUsage,
-                                "--self: new:N needs a size and a Constructor(Size as Int64)"};
-                    }
-                    reinterpret_cast<void (*)(REALobject, int64_t)>(constructor->function)(
-                        self, static_cast<int64_t>(size));
-                } else if (selfText && *selfText != "new") {
-                    return {kUsage, "--self: an instance of " + target->receiver +
-                                        " is new, new:N or @name"};
-                }
-            }
-            if (self == nullptr || ClassOf(self) != target->receiver) {
-                return {kUsage, target->declaration + " needs --self, an instance of " +
-                                    target->receiver + ": new, new:N or @name"};
-            }
-            prepared.Show("self", self, true);
-        }
+        auto receiver = prepared.Receiver(*target, selfText, fresh);
+        if (!receiver) return {kUsage, prepared.error};
+        REALobject self = *receiver;
         if (!target->receiver.empty()) {
             prepared.arguments.push_back({Slot::Word, reinterpret_cast<uintptr_t>(self)});
         }

@@ -50,7 +50,7 @@ void PrintBlock(std::ostream &out, const BlockReport &block) {
         out << " -> " << size(block.after);
     }
     out << "\n";
-    if (!block.before && !block.after) return;
+    if (block.before.value_or("").empty() && block.after.value_or("").empty()) return;
     const std::string before = block.before.value_or(""), after = block.after.value_or("");
     const auto ranges = ShownRanges(before, after);
     const bool cut = !(ranges.size() == 1 && ranges[0].first == 0 &&
