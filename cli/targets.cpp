@@ -42,9 +42,10 @@ std::vector<Target> Targets() {
         if (method.function == nullptr) continue;
         const std::string plain = simhost::PlainDeclaration(method.declaration);
         const bool constructor = NameOf(plain) == "Constructor" && !method.receiverClass.empty();
-        add({plain, method.receiverClass, method.function, false, constructor});
+        add({plain, method.declaration, method.receiverClass, method.function, false, constructor});
         if (method.setterFunction != nullptr && !Assigning(plain).empty()) {
-            add({Assigning(plain), method.receiverClass, method.setterFunction, false, false});
+            add({Assigning(plain), Assigning(method.declaration), method.receiverClass,
+                 method.setterFunction, false, false});
         }
     }
     // A getter or setter of all ones is direct access by offset: nothing to call.
@@ -56,7 +57,7 @@ std::vector<Target> Targets() {
             if (member.role != "property") continue;
             auto property = simhost::FindProperty(NameOf(member.text), info.name);
             if (!property || property->getter == nullptr || property->getter == direct) continue;
-            add({member.text, info.name, property->getter, true, false});
+            add({member.text, member.text, info.name, property->getter, true, false});
         }
     }
     return targets;
@@ -100,7 +101,7 @@ std::optional<Target> FindTarget(std::string_view text, std::size_t arguments, s
     const std::string name = NameOf(text);
     const Target *exact = nullptr;
     for (const Target &target : targets) {
-        if (target.declaration != text) continue;
+        if (target.declaration != text && target.registered != text) continue;
         if (Takes(target, arguments)) return target;
         if (exact == nullptr) exact = &target;
     }

@@ -13,13 +13,15 @@ namespace qvthost {
 
 struct Target {
     std::string declaration;  // without an "extends" parameter
+    std::string registered;   // as the load gave it
     std::string receiver;     // class of the instance that comes first; empty for none
     REALproc function = nullptr;
     bool property = false;     // a getter, called with the instance and 0
     bool constructor = false;  // a class's Constructor: its instance is new
 };
 
-// The declaration written out in full, or a unique prefix of a name; when
+// The declaration written out in full (with or without an "extends"
+// parameter), or a unique prefix of a name; when
 // several share the name, those that take `arguments` arguments. Nullopt with
 // a one-line `error` naming the closest or the matching declarations.
 std::optional<Target> FindTarget(std::string_view text, std::size_t arguments, std::string &error);
