@@ -1,5 +1,6 @@
 #include "values.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cfloat>
 #include <charconv>
@@ -116,10 +117,12 @@ std::optional<uint64_t> ParseInteger(const Type &type, std::string_view text, st
 
 std::optional<double> ParseReal(const Type &type, std::string_view text, std::string &error) {
     const std::string copy(text);
+    // strtod would step over leading blanks.
+    const bool blank = copy.empty() || std::isspace(static_cast<unsigned char>(copy.front()));
     char *end = nullptr;
     errno = 0;
-    const double value = copy.empty() || copy.front() == ' ' ? 0 : std::strtod(copy.c_str(), &end);
-    if (end == nullptr || *end != '\0' || copy.empty()) {
+    const double value = blank ? 0 : std::strtod(copy.c_str(), &end);
+    if (blank || *end != '\0') {
         error = "'" + copy + "' is not a number";
         return std::nullopt;
     }
