@@ -143,19 +143,43 @@ void ScaleBytes(uint8_t *at, intptr_t count, double factor, intptr_t multiplyOnl
     }
 }
 
+// The product of a 16-bit sample and the factor as the rule gives it,
+// converted by mask (below).
+struct ByFactor {
+    double factor;
+    uint16_t operator()(uint16_t operand) const {
+        return static_cast<uint16_t>(static_cast<int32_t>(operand * factor));
+    }
+};
+
+// The product on a line in 32.32 fixed point: v * whole, plus the top half
+// of v * (high * 2^16 + low) / 2^32, carried up from 16-bit pieces. Every
+// piece is a 16-bit value of its own, so the loop runs in 16-bit lanes
+// with no conversion.
+struct OnLine {
+    uint16_t whole, high, low;
+    uint16_t operator()(uint16_t v) const {
+        const auto upper = static_cast<uint16_t>((uint32_t{v} * high) >> 16);
+        const auto lower = static_cast<uint16_t>(uint32_t{v} * high);
+        const auto sum = static_cast<uint16_t>(lower + ((uint32_t{v} * low) >> 16));
+        const auto times = static_cast<uint16_t>(uint32_t{v} * whole);
+        return static_cast<uint16_t>(times + upper + (sum < lower ? 1 : 0));
+    }
+};
+
 // Samples below `lowest` stay; with `Saturating`, those above
 // `unsaturatedUpTo` give 65535 and are multiplied as that sample, so that
 // every product converts. The factor is finite. Both picks go by masks:
 // with ?: the compiler would convert only the products it keeps, and a
 // conditional conversion has no vector form.
-template <bool Saturating>
-[[gnu::always_inline]] inline void ScaleEach(uint8_t *at, std::size_t count, double factor,
+template <bool Saturating, typename Rule>
+[[gnu::always_inline]] inline void ScaleEach(uint8_t *at, std::size_t count, Rule rule,
                                              uint16_t lowest, uint16_t unsaturatedUpTo) {
     for (std::size_t i = 0; i < count; ++i) {
         uint16_t sample;
         std::memcpy(&sample, at + 2 * i, 2);
         const uint16_t operand = Saturating ? std::min(sample, unsaturatedUpTo) : sample;
-        auto scaled = static_cast<uint16_t>(static_cast<int32_t>(operand * factor));
+        auto scaled = rule(operand);
         if (Saturating) scaled |= static_cast<uint16_t>(-static_cast<int>(sample > unsaturatedUpTo));
         const auto stays = static_cast<uint16_t>(-static_cast<int>(sample < lowest));
         sample = static_cast<uint16_t>((sample & stays) | (scaled & ~stays));
@@ -165,12 +189,17 @@ template <bool Saturating>
 
 QVT_VECTOR_CLONES void ScaleSamplesSaturating(uint8_t *at, std::size_t count, double factor,
                                               uint16_t lowest, uint16_t unsaturatedUpTo) {
-    ScaleEach<true>(at, count, factor, lowest, unsaturatedUpTo);
+    ScaleEach<true>(at, count, ByFactor{factor}, lowest, unsaturatedUpTo);
 }
 
 QVT_VECTOR_CLONES void ScaleSamplesBelowOne(uint8_t *at, std::size_t count, double factor,
                                             uint16_t lowest) {
-    ScaleEach<false>(at, count, factor, lowest, 0);
+    ScaleEach<false>(at, count, ByFactor{factor}, lowest, 0);
+}
+
+QVT_VECTOR_CLONES void ScaleSamplesOnLine(uint8_t *at, std::size_t count, OnLine line,
+                                          uint16_t lowest, uint16_t unsaturatedUpTo) {
+    ScaleEach<true>(at, count, line, lowest, unsaturatedUpTo);
 }
 
 // The largest sample whose product stays below 65535; the products rise
@@ -189,6 +218,54 @@ uint16_t UnsaturatedUpTo(double factor) {
     return static_cast<uint16_t>(below);
 }
 
+void ScaleDirectly(uint8_t *at, std::size_t count, double factor, uint16_t lowest,
+                   uint16_t unsaturatedUpTo) {
+    if (factor < 1.0) {
+        ScaleSamplesBelowOne(at, count, factor, lowest);
+    } else {
+        ScaleSamplesSaturating(at, count, factor, lowest, unsaturatedUpTo);
+    }
+}
+
+// From this many samples on, a line that may stray from the rule is worth
+// checking against it at every sample value it would meet.
+constexpr std::size_t kLineCheckedFrom = std::size_t{1} << 18;
+
+bool LineHolds(OnLine line, double factor, uint16_t lowest, uint16_t unsaturatedUpTo) {
+    constexpr uint32_t kChunk = 1024;
+    uint8_t direct[2 * kChunk], onLine[2 * kChunk];
+    for (uint32_t first = lowest; first <= unsaturatedUpTo; first += kChunk) {
+        const uint32_t count = std::min<uint32_t>(kChunk, unsaturatedUpTo - first + 1);
+        for (uint32_t k = 0; k < count; ++k) {
+            const auto v = static_cast<uint16_t>(first + k);
+            std::memcpy(direct + 2 * k, &v, 2);
+        }
+        std::memcpy(onLine, direct, 2 * count);
+        ScaleDirectly(direct, count, factor, 0, unsaturatedUpTo);
+        ScaleSamplesOnLine(onLine, count, line, 0, unsaturatedUpTo);
+        if (std::memcmp(direct, onLine, 2 * count) != 0) return false;
+    }
+    return true;
+}
+
+// The line whose slope is the factor rounded up to 32 fractional bits, and
+// whether it gives every scaled sample. A factor with no more fractional
+// bits is the slope itself: every product is then a multiple of 2^-32
+// below 65536, whose rounding to a double (by less than 2^-37) cannot reach
+// the next integer, so the line cuts off as the rule does. Any other slope
+// errs upward by less than 2^-16 over the samples, which shows only where a
+// product lies just under an integer, and there the rounding of the
+// double decides; so that line is checked, when the block is worth it.
+bool LineFor(double factor, uint16_t lowest, uint16_t unsaturatedUpTo, std::size_t count,
+             OnLine &line) {
+    const double scaled = std::ldexp(factor, 32);  // below 2^48, exact
+    const auto slope = static_cast<uint64_t>(std::ceil(scaled));
+    line = {static_cast<uint16_t>(slope >> 32), static_cast<uint16_t>(slope >> 16),
+            static_cast<uint16_t>(slope)};
+    if (static_cast<double>(slope) == scaled) return true;
+    return count >= kLineCheckedFrom && LineHolds(line, factor, lowest, unsaturatedUpTo);
+}
+
 // From 65535 on, every factor (also an infinite one) saturates each sample
 // but 0, which stays 0; a NaN factor gives 0 like a factor of 0.
 void ScaleSamples(uint8_t *at, intptr_t count, double factor, intptr_t multiplyOnlyOver) {
@@ -198,10 +275,12 @@ void ScaleSamples(uint8_t *at, intptr_t count, double factor, intptr_t multiplyO
     if (factor > 65535.0) factor = 65535.0;
     const auto n = static_cast<std::size_t>(count);
     const auto from = static_cast<uint16_t>(lowest);
-    if (factor < 1.0) {
-        ScaleSamplesBelowOne(at, n, factor, from);
+    const uint16_t upTo = factor < 1.0 ? 65535 : UnsaturatedUpTo(factor);
+    OnLine line;
+    if (LineFor(factor, from, upTo, n, line)) {
+        ScaleSamplesOnLine(at, n, line, from, upTo);
     } else {
-        ScaleSamplesSaturating(at, n, factor, from, UnsaturatedUpTo(factor));
+        ScaleDirectly(at, n, factor, from, upTo);
     }
 }
 

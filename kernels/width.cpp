@@ -57,10 +57,24 @@ struct ShiftDown {
 struct Over257 {
     uint8_t operator()(uint16_t s) const { return static_cast<uint8_t>(s / 257u); }
 };
+// The reciprocal's product in 16-bit lanes: the top half of s * multiplier,
+// plus the carry out of its lower half when the dividend is raised by one
+// (`addend` is then the multiplier), shifted down by the rest of the shift
+// as a product like ShiftDown's (none for a rest of 0). A multiplier of
+// 2^16 stands as 65535 with the dividend raised, which gives s as well.
 struct Over {
-    kernels::Reciprocal r;
+    uint16_t multiplier, addend, down;
+    explicit Over(kernels::Reciprocal r)
+        : multiplier(static_cast<uint16_t>(r.multiplier == 0x10000 ? 0xFFFF : r.multiplier)),
+          addend(r.add != 0 || r.multiplier == 0x10000 ? multiplier : 0),
+          down(static_cast<uint16_t>(r.shift <= 16 ? 0 : 0x10000u >> (r.shift - 16))) {}
     uint8_t operator()(uint16_t s) const {
-        return static_cast<uint8_t>(((s + r.add) * r.multiplier) >> r.shift);
+        const auto upper = static_cast<uint16_t>((uint32_t{s} * multiplier) >> 16);
+        const auto lower = static_cast<uint16_t>(uint32_t{s} * multiplier);
+        const auto sum = static_cast<uint16_t>(lower + addend);
+        const auto top = static_cast<uint16_t>(upper + (sum < lower ? 1 : 0));
+        const auto shifted = static_cast<uint16_t>((uint32_t{top} * down) >> 16);
+        return static_cast<uint8_t>(down == 0 ? top : shifted);
     }
 };
 
@@ -144,7 +158,7 @@ void Narrow(uint8_t *dest, const uint8_t *source, std::size_t count, int32_t div
     } else if (by == 257) {
         NarrowWith<kBlockSamples257>(dest, source, count, Over257{});
     } else {
-        NarrowWith<kBlockSamples>(dest, source, count, Over{kernels::ReciprocalOf(by)});
+        NarrowWith<kBlockSamples>(dest, source, count, Over(kernels::ReciprocalOf(by)));
     }
 }
 

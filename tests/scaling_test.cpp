@@ -121,23 +121,26 @@ Sample PlainScaled(unsigned value, double factor) {
 
 // Factors on every path of both methods: products that land on integers,
 // factors whose rounded products stray from any line at a few bytes (0.58,
-// 1.4) or at many (just below 0.8 and 5/3), the edges of saturation, and
-// factors with no finite product.
+// 1.4) or at many (just below 0.8 and 5/3, 0.7, 1.15), factors of 32
+// fractional bits and of one more, the edges of saturation, and factors
+// with no finite product.
 const double kFactors[] = {0.0, -0.0, 0.5, 0.999, 1.0, 1.5, 2.0, 0.29, 0.58, 1.4, 1.0 / 3,
-                           0.7999999999999999, 1.6666666666666665, 0.8181818181818181,
-                           1.0 - 0x1p-30, 1.0 + 0x1p-40, 254.9, 255.0, 255.5, 65534.9, 65535.0,
-                           65536.0, 1e300, 0x1p-1074, kInfinity, kNaN};
+                           0.7999999999999999, 1.6666666666666665, 0.8181818181818181, 0.1,
+                           0.7, 1.1, 1.15, 1.0 - 0x1p-30, 1.0 + 0x1p-40, 1.0 + 0x1p-32,
+                           1.0 + 0x1p-33, 0x1p-32, 0x1p-33, 254.9, 255.0, 255.5, 40000.25,
+                           65534.9, 65535.0, 65536.0, 1e300, 0x1p-1074, kInfinity, kNaN};
 const intptr_t kThresholds[] = {-1, 0, 100, 254, 255, 1000, 65534, 65535};
 
-// Every byte value, and every sample value, in a range at an odd offset,
+// Every byte value, and every sample value four times over (a block large
+// enough to be scaled on a checked line), in a range at an odd offset,
 // against the plain rule; the bytes around the range stay.
 TEST_F(ScalingDifferentialTest, EveryValueGivesThePlainResult) {
     std::mt19937 random(5);
     Bytes values(256);
     for (unsigned v = 0; v < 256; ++v) values[v] = static_cast<uint8_t>(v);
     std::shuffle(values.begin(), values.end(), random);
-    Samples samples(65536);
-    for (unsigned v = 0; v < 65536; ++v) samples[v] = static_cast<uint16_t>(v);
+    Samples samples(4 * 65536);
+    for (unsigned v = 0; v < samples.size(); ++v) samples[v] = static_cast<uint16_t>(v);
     std::shuffle(samples.begin(), samples.end(), random);
     auto framed = [](Bytes bytes) {
         bytes.insert(bytes.begin(), 0xEE);
@@ -156,7 +159,7 @@ TEST_F(ScalingDifferentialTest, EveryValueGivesThePlainResult) {
             Samples scaled = samples;
             for (auto &s : scaled) s = s > over ? PlainScaled<uint16_t>(s, factor) : s;
             block = simhost::NewBlock(framed(BytesOf(samples)));
-            MultiplyUInt16QVT(block, factor, 1, 2 * 65536 + 1, over);
+            MultiplyUInt16QVT(block, factor, 1, static_cast<intptr_t>(2 * samples.size() + 1), over);
             ASSERT_EQ(Contents(block), framed(BytesOf(scaled))) << factor << " over " << over;
             simhost::Release(block);
         }

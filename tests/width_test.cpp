@@ -141,8 +141,8 @@ TEST_F(WidthDifferentialTest, EverySampleGivesItsQuotient) {
         std::memcpy(&samples[1 + 2 * x], &sample, 2);
     }
     REALobject source = simhost::NewBlock(samples);
-    for (int32_t divisor : {1, 2, 3, 5, 7, 255, 256, 257, 641, 1000, 16384, 32767, 32768, 65535,
-                            65536, -1}) {
+    for (int32_t divisor : {1, 2, 3, 5, 6, 7, 10, 11, 13, 100, 255, 256, 257, 641, 1000, 1023,
+                            4097, 16384, 32767, 32768, 40000, 65534, 65535, 65536, -1}) {
         Bytes expected(65536 + 2, 0xEE);
         for (uint32_t x = 0; x < 65536; ++x) {
             expected[1 + x] = static_cast<uint8_t>(x / static_cast<uint32_t>(divisor));
