@@ -318,6 +318,7 @@ int main(int argc, char **argv) {
         if (method && (row.global == method->receiverClass.empty())) row.function = method->function;
         if (!row.function) missing.push_back(row.name);
     }
+    RegisterCallRows();  // before the first reset, which forgets the registrations
     for (const auto &name : missing) {
         benchmark::AddCustomContext("missing: " + name, "not registered under its declaration");
         std::fprintf(stderr, "not registered: %s\n", name.c_str());

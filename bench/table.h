@@ -85,6 +85,8 @@ struct Row {
 
 std::vector<Row> MemoryRows();
 std::vector<Row> KernelRows();
+// The per-call rows, registered apart from the range rows above.
+void RegisterCallRows();
 
 // Calls a registered function through the C signature its declaration maps to.
 template <typename R, typename... A>

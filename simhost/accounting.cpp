@@ -12,14 +12,14 @@ long RefCount(REALobject object) {
     HostLock lock(State().mutex);
     ObjectRecord *o = FindObject(object);
     if (o == nullptr) return -1;
-    return o->ended ? 0 : o->refs;
+    return o->ended ? 0 : o->refs.load();
 }
 
 long RefCount(REALstring string) {
     HostLock lock(State().mutex);
     StringRecord *s = FindString(string);
     if (s == nullptr) return -1;
-    return s->ended ? 0 : s->refs;
+    return s->ended ? 0 : s->refs.load();
 }
 
 long RefCount(REALarray array) { return RefCount(reinterpret_cast<REALobject>(array)); }

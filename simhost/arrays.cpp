@@ -286,9 +286,9 @@ REALarray NewArray(int32_t type, const std::vector<int64_t> &values) {
 
 std::vector<int64_t> ArrayValues(REALarray handle) {
     HostLock lock(State().mutex);
-    auto it = State().objectByHandle.find(handle);
-    if (it == State().objectByHandle.end()) return {};
-    const ObjectRecord &a = *it->second;
+    const ObjectRecord *found = FindObject(handle);
+    if (found == nullptr) return {};
+    const ObjectRecord &a = *found;
     if (a.kind != ObjectKind::Array || a.ended) return {};
     std::vector<int64_t> out;
     for (std::size_t i = 0; i < a.elementCount; ++i) out.push_back(ReadElement(a, i));

@@ -89,7 +89,13 @@ ObjectRecord *UseBlock(const char *entry, REALobject handle) {
     return o;
 }
 
+ObjectRecord *FastBlock(REALobject handle) {
+    ObjectRecord *o = FastObject(handle);
+    return o != nullptr && o->kind == ObjectKind::Block ? o : nullptr;
+}
+
 void *memoryBlockGetPtr(REALobject handle) {
+    if (ObjectRecord *block = FastBlock(handle)) return block->data;
     HostLock lock(State().mutex);
     CheckPresent("memoryBlockGetPtr");
     LogCall("memoryBlockGetPtr", NameOfObject(handle));
@@ -99,6 +105,7 @@ void *memoryBlockGetPtr(REALobject handle) {
 }
 
 RBInteger memoryBlockGetSize(REALobject handle) {
+    if (ObjectRecord *block = FastBlock(handle)) return block->size;
     HostLock lock(State().mutex);
     CheckPresent("memoryBlockGetSize");
     LogCall("memoryBlockGetSize", NameOfObject(handle));
@@ -168,9 +175,9 @@ REALobject NewMemorylessBlock() {
 
 std::span<uint8_t> Bytes(REALobject handle) {
     HostLock lock(State().mutex);
-    auto it = State().objectByHandle.find(handle);
-    if (it == State().objectByHandle.end()) return {};
-    ObjectRecord &block = *it->second;
+    ObjectRecord *found = FindObject(handle);
+    if (found == nullptr) return {};
+    ObjectRecord &block = *found;
     if (block.kind != ObjectKind::Block || block.ended || block.data == nullptr || block.size < 0) {
         return {};
     }

@@ -28,6 +28,7 @@ void FailCall(std::size_t nth, std::string entry) {
     s.failEntry = std::move(entry);
     s.failSeen = 0;
     s.fallible.clear();
+    UpdatePlain();
 }
 
 std::vector<std::string> FallibleCalls() {
@@ -40,6 +41,7 @@ void StopFailing() {
     HostLock lock(s.mutex);
     s.failArmed = false;
     s.fallible.clear();
+    UpdatePlain();
 }
 
 bool FailNow(std::string_view entry) {

@@ -34,9 +34,9 @@ REALobject NewInstance(std::string_view className) {
 
 std::span<uint8_t> InstanceData(REALobject handle) {
     HostLock lock(State().mutex);
-    auto it = State().objectByHandle.find(handle);
-    if (it == State().objectByHandle.end() || it->second->kind != ObjectKind::Instance) return {};
-    ObjectRecord &instance = *it->second;
+    ObjectRecord *found = FindObject(handle);
+    if (found == nullptr || found->kind != ObjectKind::Instance) return {};
+    ObjectRecord &instance = *found;
     auto *base = reinterpret_cast<uint8_t *>(instance.body.get());
     return {base + kInstanceDataOffset, instance.bodySize - kInstanceDataOffset};
 }

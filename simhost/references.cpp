@@ -49,9 +49,12 @@ void LockObjectHost(ObjectRecord &object) {
     LockObject(object);
 }
 
+// refs goes first, so that a lock-free unlock never sees more client
+// references than there are.
 void UnlockObjectHost(ObjectRecord &object) {
+    const bool last = --object.refs == 0;
     --object.hostRefs;
-    if (--object.refs == 0) {
+    if (last) {
         EndObject(object);
     } else if (object.kind == ObjectKind::Array) {
         SyncArrayHeader(object);
@@ -74,25 +77,34 @@ void LockStringHost(StringRecord &string) {
 }
 
 void UnlockStringHost(StringRecord &string) {
+    const bool last = --string.refs == 0;
     --string.hostRefs;
-    if (--string.refs == 0) EndString(string);
+    if (last) EndString(string);
 }
 
 // ---- Entries: references ----------------------------------------------------
 
 namespace {
 
+// An array's header follows its count, so arrays take the locked path.
+ObjectRecord *FastCounted(REALobject handle) {
+    ObjectRecord *o = FastObject(handle);
+    return o != nullptr && o->kind != ObjectKind::Array ? o : nullptr;
+}
+
 void REALLockObject(REALobject handle) {
+    if (ObjectRecord *o = FastCounted(handle); o != nullptr && TryLockFast(o->refs)) return;
     HostLock lock(State().mutex);
-    CheckPresent("REALLockObject");
-    LogCall("REALLockObject", NameOfObject(handle));
+    Announce("REALLockObject", [handle] { return NameOfObject(handle); });
     if (ObjectRecord *o = UseObject("REALLockObject", handle)) LockObject(*o);
 }
 
 void REALUnlockObject(REALobject handle) {
+    if (ObjectRecord *o = FastCounted(handle); o != nullptr && TryUnlockFast(o->refs, o->hostRefs)) {
+        return;
+    }
     HostLock lock(State().mutex);
-    CheckPresent("REALUnlockObject");
-    LogCall("REALUnlockObject", NameOfObject(handle));
+    Announce("REALUnlockObject", [handle] { return NameOfObject(handle); });
     if (handle == nullptr) {
         Fault("REALUnlockObject: nil object");
         return;
@@ -106,16 +118,18 @@ void REALUnlockObject(REALobject handle) {
 }
 
 void REALLockString(REALstring handle) {
+    if (StringRecord *s = FastString(handle); s != nullptr && TryLockFast(s->refs)) return;
     HostLock lock(State().mutex);
-    CheckPresent("REALLockString");
-    LogCall("REALLockString", NameOfString(handle));
+    Announce("REALLockString", [handle] { return NameOfString(handle); });
     if (StringRecord *s = UseStringNotNil("REALLockString", handle)) LockString(*s);
 }
 
 void REALUnlockString(REALstring handle) {
+    if (StringRecord *s = FastString(handle); s != nullptr && TryUnlockFast(s->refs, s->hostRefs)) {
+        return;
+    }
     HostLock lock(State().mutex);
-    CheckPresent("REALUnlockString");
-    LogCall("REALUnlockString", NameOfString(handle));
+    Announce("REALUnlockString", [handle] { return NameOfString(handle); });
     if (handle == nullptr) {
         Fault("REALUnlockString: nil string");
         return;

@@ -11,6 +11,7 @@ void ThrowOnNextCall(std::string entry, std::function<void()> raise) {
     HostLock lock(State().mutex);
     State().armedEntry = std::move(entry);
     State().armedThrow = std::move(raise);
+    UpdatePlain();
 }
 
 }  // namespace simhost

@@ -12,10 +12,21 @@ HostState &State() {
     return state;
 }
 
+void UpdatePlain() {
+    HostState &s = State();
+    const bool plain = !s.options.logCalls && s.options.missingEntries.empty() && !s.armedThrow &&
+                       !s.failArmed;
+    gLockFree.plain.store(plain, std::memory_order_relaxed);
+}
+
 void LogCall(const char *entry, std::string args) {
     HostState &s = State();
     if (s.options.logCalls) s.calls.push_back({entry, std::move(args)});
-    if (s.armedThrow && s.armedEntry == entry) std::exchange(s.armedThrow, nullptr)();
+    if (s.armedThrow && s.armedEntry == entry) {
+        auto raise = std::exchange(s.armedThrow, nullptr);
+        UpdatePlain();
+        raise();
+    }
 }
 
 void Fault(std::string text) { State().faults.push_back(std::move(text)); }
@@ -54,17 +65,9 @@ std::string NameOf(const StringRecord *string) {
     return "String#" + std::to_string(string->serial);
 }
 
-ObjectRecord *FindObject(const void *handle) {
-    auto &map = State().objectByHandle;
-    auto it = map.find(handle);
-    return it == map.end() ? nullptr : it->second;
-}
+ObjectRecord *FindObject(const void *handle) { return gLockFree.objects.Find(handle); }
 
-StringRecord *FindString(const void *handle) {
-    auto &map = State().stringByHandle;
-    auto it = map.find(handle);
-    return it == map.end() ? nullptr : it->second;
-}
+StringRecord *FindString(const void *handle) { return gLockFree.strings.Find(handle); }
 
 long ClientRefs(const ObjectRecord &o) { return o.ended ? 0 : o.refs - o.hostRefs; }
 long ClientRefs(const StringRecord &s) { return s.ended ? 0 : s.refs - s.hostRefs; }
@@ -131,7 +134,7 @@ ObjectRecord &NewObject(ObjectKind kind, std::string className, std::size_t body
     record->bodySize = std::max<std::size_t>(bodySize, sizeof(void *));
     record->body = std::make_unique<std::byte[]>(record->bodySize);  // zeroed
     ObjectRecord &r = *record;
-    s.objectByHandle[r.body.get()] = &r;
+    gLockFree.objects.Insert(r.body.get(), &r);
     s.objects.push_back(std::move(record));
     return r;
 }
@@ -145,7 +148,7 @@ StringRecord &NewStringRecord(std::string_view bytes, uint32_t encoding) {
     record->length = bytes.size();
     record->encoding = encoding;
     StringRecord &r = *record;
-    s.stringByHandle[&r] = &r;
+    gLockFree.strings.Insert(&r, &r);
     s.strings.push_back(std::move(record));
     return r;
 }
@@ -180,10 +183,11 @@ void Reset(const Options &options) {
     s.armedThrow = nullptr;
     s.failArmed = false;
     s.fallible.clear();
-    s.objectByHandle.clear();
-    s.stringByHandle.clear();
+    gLockFree.objects.Clear();
+    gLockFree.strings.Clear();
     s.objects.clear();
     s.strings.clear();
+    UpdatePlain();
 }
 
 Options CurrentOptions() {

@@ -1,8 +1,12 @@
 // The host's state, shared by the units that implement its entries. Every
 // entry takes the host lock first; the lock is recursive because a class
-// destructor, run when a reference ends, calls back into the host.
+// destructor, run when a reference ends, calls back into the host. The
+// entries a method calls on every invocation skip the lock while the host is
+// plain (see PlainHost) and the call is a success; anything else, they leave
+// to the locked path.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -14,9 +18,9 @@
 #include <string>
 #include <string_view>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
+#include "simhost/handle_index.h"
 #include "simhost/simhost.h"
 
 namespace simhost::detail {
@@ -32,12 +36,18 @@ enum class ObjectKind { Block, Exception, Instance, Array };
 struct StringRecord;
 
 struct ObjectRecord {
-    uint64_t serial = 0;
+    // First, so that a lock-free entry reads one cache line. Atomic, as those
+    // entries change them; the last reference always goes under the lock.
+    // refs is 0 exactly when ended.
+    std::atomic<long> refs{1};
+    std::atomic<long> hostRefs{0};  // part of refs that the host itself holds
+    std::atomic<bool> ended{false};
     ObjectKind kind = ObjectKind::Block;
+    uint8_t *data = nullptr;  // Block: see below
+    RBInteger size = 0;       // Block: -1 for unknown
+
+    uint64_t serial = 0;
     std::string className;
-    long refs = 1;
-    long hostRefs = 0;  // part of refs that the host itself holds
-    bool ended = false;
     // What the handle points at: the instance for a class, the header for an
     // array, a small cell otherwise. Kept after the end so handles stay unique.
     std::unique_ptr<std::byte[]> body;
@@ -45,8 +55,6 @@ struct ObjectRecord {
 
     // Block: owned memory sits between two guard zones.
     std::unique_ptr<uint8_t, FreeDeleter> storage;
-    uint8_t *data = nullptr;
-    RBInteger size = 0;  // -1: unknown
     bool guardsReported = false;
 
     // Exception
@@ -69,9 +77,9 @@ struct StringRecord {
     std::vector<char> storage;  // the bytes and four zero bytes
     std::size_t length = 0;
     uint32_t encoding = hostabi::kEncodingUnknown;
-    long refs = 1;
-    long hostRefs = 0;
-    bool ended = false;
+    std::atomic<long> refs{1};
+    std::atomic<long> hostRefs{0};
+    std::atomic<bool> ended{false};
 
     std::string_view Bytes() const { return {storage.data(), length}; }
 };
@@ -88,9 +96,7 @@ struct HostState {
     std::vector<std::string> faults;
 
     std::vector<std::unique_ptr<ObjectRecord>> objects;  // serial - 1
-    std::unordered_map<const void *, ObjectRecord *> objectByHandle;
     std::vector<std::unique_ptr<StringRecord>> strings;  // serial - 1
-    std::unordered_map<const void *, StringRecord *> stringByHandle;
 
     std::vector<ObjectRecord *> pendingExceptions;  // each holds a host reference
     std::map<uint64_t, StringData> stringData;      // by cookie
@@ -114,6 +120,59 @@ struct HostState {
 
 HostState &State();
 
+// What the entries read without the lock: constant-initialised, so that
+// reaching it costs no guard. Written with the lock held.
+struct LockFreeState {
+    // Nothing to record, inject or refuse; kept by UpdatePlain.
+    std::atomic<bool> plain{false};
+    HandleIndex<ObjectRecord> objects;
+    HandleIndex<StringRecord> strings;
+};
+inline constinit LockFreeState gLockFree;
+
+// Call with the lock held after a change to what PlainHost depends on.
+void UpdatePlain();
+// True while no call is logged, no fault armed and no entry missing: then an
+// entry that succeeds does nothing the caller could see but its result.
+inline bool PlainHost() { return gLockFree.plain.load(std::memory_order_relaxed); }
+
+// The live record of `handle` for a lock-free entry, or nullptr.
+inline ObjectRecord *FastObject(const void *handle) {
+    if (!PlainHost() || handle == nullptr) return nullptr;
+    ObjectRecord *o = gLockFree.objects.Find(handle);
+    return o != nullptr && !o->ended.load(std::memory_order_relaxed) ? o : nullptr;
+}
+
+inline StringRecord *FastString(const void *handle) {
+    if (!PlainHost() || handle == nullptr) return nullptr;
+    StringRecord *s = gLockFree.strings.Find(handle);
+    return s != nullptr && !s->ended.load(std::memory_order_relaxed) ? s : nullptr;
+}
+
+// Reference changes without the lock, for a plain host. They refuse (false)
+// whatever the locked path must see: an ended record, and the client's last
+// reference, whose end runs under the lock.
+inline bool TryLockFast(std::atomic<long> &refs) {
+    long r = refs.load(std::memory_order_relaxed);
+    while (r > 0) {
+        if (refs.compare_exchange_weak(r, r + 1, std::memory_order_relaxed)) return true;
+    }
+    return false;
+}
+
+// Release: whoever ends the record later, under the lock, sees what this
+// holder wrote.
+inline bool TryUnlockFast(std::atomic<long> &refs, const std::atomic<long> &hostRefs) {
+    long r = refs.load(std::memory_order_relaxed);
+    while (r - hostRefs.load(std::memory_order_relaxed) > 1) {
+        if (refs.compare_exchange_weak(r, r - 1, std::memory_order_release,
+                                       std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Log helpers; call with the lock held.
 void LogCall(const char *entry, std::string args = {});
 void Fault(std::string text);
@@ -122,6 +181,13 @@ void Fault(std::string text);
 void CheckPresent(const char *entry);
 // Counts a fallible call of `entry` and answers whether it is to fail.
 bool Failing(const char *entry);
+// CheckPresent and LogCall, with the argument text made only when logged.
+template <typename Args>
+void Announce(const char *entry, Args args) {
+    if (PlainHost()) return;
+    CheckPresent(entry);
+    LogCall(entry, State().options.logCalls ? args() : std::string());
+}
 
 // Readable, deterministic argument texts.
 std::string Quote(std::string_view bytes);

@@ -50,17 +50,22 @@ std::string BuildArgs(const void *bytes, int32_t length) {
 
 REALstring REALBuildString(const void *bytes, int32_t length) {
     HostLock lock(State().mutex);
-    CheckPresent("REALBuildString");
-    LogCall("REALBuildString", BuildArgs(bytes, length));
-    if (Failing("REALBuildString")) return nullptr;
+    if (!PlainHost()) {
+        CheckPresent("REALBuildString");
+        LogCall("REALBuildString", BuildArgs(bytes, length));
+        if (Failing("REALBuildString")) return nullptr;
+    }
     return Build("REALBuildString", bytes, length, hostabi::kEncodingUnknown);
 }
 
 REALstring REALBuildStringWithEncoding(const void *bytes, int32_t length, uint32_t encoding) {
     HostLock lock(State().mutex);
-    CheckPresent("REALBuildStringWithEncoding");
-    LogCall("REALBuildStringWithEncoding", BuildArgs(bytes, length) + " " + EncodingArg(encoding));
-    if (Failing("REALBuildStringWithEncoding")) return nullptr;
+    // A plain host would make the argument text only to drop it.
+    if (!PlainHost()) {
+        CheckPresent("REALBuildStringWithEncoding");
+        LogCall("REALBuildStringWithEncoding", BuildArgs(bytes, length) + " " + EncodingArg(encoding));
+        if (Failing("REALBuildStringWithEncoding")) return nullptr;
+    }
     return Build("REALBuildStringWithEncoding", bytes, length, encoding);
 }
 
@@ -92,6 +97,7 @@ uint32_t REALGetStringEncoding(REALstring handle) {
 }
 
 const char *StringGetCString(REALstring handle) {
+    if (StringRecord *s = FastString(handle)) return s->storage.data();
     HostLock lock(State().mutex);
     CheckPresent("StringGetCString");
     LogCall("StringGetCString", NameOfString(handle));
@@ -101,6 +107,7 @@ const char *StringGetCString(REALstring handle) {
 }
 
 RBInteger LenB(REALstring handle) {
+    if (StringRecord *s = FastString(handle)) return static_cast<RBInteger>(s->length);
     HostLock lock(State().mutex);
     LogCall("LenB", NameOfString(handle));
     StringRecord *s = UseString("LenB", handle);
@@ -180,9 +187,8 @@ REALstring NewString(std::string_view bytes, uint32_t encoding) {
 namespace {
 
 const StringRecord *Peek(REALstring handle) {
-    auto &map = State().stringByHandle;
-    auto it = map.find(handle);
-    return it == map.end() || it->second->ended ? nullptr : it->second;
+    const StringRecord *s = FindString(handle);
+    return s == nullptr || s->ended ? nullptr : s;
 }
 
 }  // namespace
