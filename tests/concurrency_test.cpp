@@ -123,37 +123,49 @@ protected:
         gDebugging.store(false);
         HostTest::TearDown();
     }
+
+
+    // Runs `rounds` on every thread at once, `extra` after each round; each
+    // thread's mismatches are a line in its list. Then checks what every
+    // run must leave: one whole raise per round and references as before.
+    template <typename Extra>
+    void RunRounds(Extra extra) {
+        const Methods methods;
+        const simhost::Snapshot before = simhost::TakeSnapshot();
+        std::vector<std::vector<std::string>> errors(kThreads);
+        {
+            // With the flag on, the methods log; the lines are not looked at here.
+            test::StderrCapture quiet;
+            std::latch start(kThreads);
+            std::vector<std::thread> threads;
+            for (int t = 0; t < kThreads; ++t) {
+                threads.emplace_back([&, t] {
+                    start.arrive_and_wait();
+                    for (int r = 0; r < kRounds; ++r) {
+                        Round(methods, t, r, errors[t]);
+                        extra(methods, errors[t]);
+                    }
+                });
+            }
+            for (auto &thread : threads) thread.join();
+            gDebugging.store(false);
+            quiet.Take();
+        }
+        for (int t = 0; t < kThreads; ++t) EXPECT_EQ(errors[t], std::vector<std::string>{}) << t;
+
+        // Every thread's raise arrives whole, and nothing else was raised.
+        auto raised = simhost::TakeExceptions();
+        EXPECT_EQ(raised.size(), std::size_t{kThreads * kRounds});
+        for (const auto &e : raised) {
+            EXPECT_EQ(e.className + ": " + e.message.value_or("<nil>"),
+                      "OutOfBoundsException: " + kRangeError);
+        }
+        EXPECT_EQ(simhost::CompareSnapshot(before), "");
+    }
 };
 
 TEST_F(ConcurrencyTest, ThreadsRaceOnEveryFirstUse) {
-    const Methods methods;
-    const simhost::Snapshot before = simhost::TakeSnapshot();
-    std::vector<std::vector<std::string>> errors(kThreads);
-    {
-        // With the flag on, the methods log; the lines are not looked at here.
-        test::StderrCapture quiet;
-        std::latch start(kThreads);
-        std::vector<std::thread> threads;
-        for (int t = 0; t < kThreads; ++t) {
-            threads.emplace_back([&, t] {
-                start.arrive_and_wait();
-                for (int r = 0; r < kRounds; ++r) Round(methods, t, r, errors[t]);
-            });
-        }
-        for (auto &thread : threads) thread.join();
-        gDebugging.store(false);
-        quiet.Take();
-    }
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(errors[t], std::vector<std::string>{}) << t;
-
-    // Every thread's raise arrives whole, and nothing else was raised.
-    auto raised = simhost::TakeExceptions();
-    EXPECT_EQ(raised.size(), std::size_t{kThreads * kRounds});
-    for (const auto &e : raised) {
-        EXPECT_EQ(e.className + ": " + e.message.value_or("<nil>"),
-                  "OutOfBoundsException: " + kRangeError);
-    }
-    EXPECT_EQ(simhost::CompareSnapshot(before), "");
+    RunRounds([](const Methods &, std::vector<std::string> &) {});
 
     // What is guarded once was fetched once: the second resolver by each of
     // the two class-property operations, each member by its declaration.
@@ -169,6 +181,35 @@ TEST_F(ConcurrencyTest, ThreadsRaceOnEveryFirstUse) {
                   1)
             << member;
     }
+}
+
+// Unlogged, the host answers block pointers, sizes and references without its
+// lock: threads that share a block and a string must leave both as they were.
+class UnloggedConcurrencyTest : public ConcurrencyTest {
+protected:
+    simhost::Options options() const override {
+        simhost::Options o;
+        o.logCalls = false;
+        return o;
+    }
+};
+
+TEST_F(UnloggedConcurrencyTest, SharedValuesKeepExactCounts) {
+    static REALobject shared;
+    static REALstring text;
+    shared = simhost::NewBlock(Bytes(16, 0xFF));
+    text = simhost::NewString("shared");
+    RunRounds([](const Methods &m, std::vector<std::string> &errors) {
+        for (uint64_t bit = 0; bit < 128; ++bit) {
+            host::REALLockString(text);
+            if (Invoke<intptr_t, REALobject, uint64_t>(m.getBit, shared, bit) != 1) errors.push_back("shared bit");
+            host::REALUnlockString(text);
+        }
+    });
+    EXPECT_EQ(simhost::RefCount(shared), 1);
+    EXPECT_EQ(simhost::RefCount(text), 1);
+    simhost::Release(shared);
+    simhost::Release(text);
 }
 
 }  // namespace

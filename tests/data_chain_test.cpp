@@ -98,20 +98,27 @@ TEST_F(DataChainTest, HolderThatCantBeMadeIsNullAndHoldsNothing) {
         {"REALLockString", true},
         {"StringGetCString", true},
     };
-    REALobject block = simhost::NewBlock(4);
-    REALstring string = simhost::NewString("text");
     gDebugging = true;
-    for (const auto &c : cases) {
-        simhost::ThrowOnNextCall(c.failingEntry, [] { throw std::runtime_error("host"); });
-        test::StderrCapture output;
-        Balanced([&] {
-            EXPECT_EQ(c.string ? NewStringData(string) : NewBlockData(block, 0, 0), nullptr)
-                << c.failingEntry;
-        });
-        EXPECT_EQ(output.Take(), "QVT Debug: Failed to allocate rbData object.\n");
+    // Unlogged, the host answers these entries without its lock until a
+    // failure is armed.
+    for (bool logCalls : {true, false}) {
+        simhost::Options options;
+        options.logCalls = logCalls;
+        simhost::Reset(options);
+        REALobject block = simhost::NewBlock(4);
+        REALstring string = simhost::NewString("text");
+        for (const auto &c : cases) {
+            simhost::ThrowOnNextCall(c.failingEntry, [] { throw std::runtime_error("host"); });
+            test::StderrCapture output;
+            Balanced([&] {
+                EXPECT_EQ(c.string ? NewStringData(string) : NewBlockData(block, 0, 0), nullptr)
+                    << c.failingEntry << " logged " << logCalls;
+            });
+            EXPECT_EQ(output.Take(), "QVT Debug: Failed to allocate rbData object.\n");
+        }
+        simhost::Release(block);
+        simhost::Release(string);
     }
-    simhost::Release(block);
-    simhost::Release(string);
 }
 
 }  // namespace

@@ -62,10 +62,16 @@ TEST_F(SimHost, MisuseIsRecordedAsOneFaultAndNothingBreaks) {
         {[] { REALarray a = simhost::NewArray(simhost::kArrayUInt8, {1, 2}); Entry<void *(*)(REALarray)>("PluginIntegerArrayGetProc")(a); simhost::Release(a); }, "PluginIntegerArrayGetProc: UInt8()#1 holds other elements"},
         {[] { auto lock = Entry<void (*)(REALobject)>("REALLockObject"); simhost::Options o; o.missingEntries = {"REALLockObject"}; simhost::Reset(o); lock(simhost::NewBlock(1)); }, "REALLockObject: called, but this host has no such entry"},
     };
-    for (const auto &c : cases) {
-        simhost::Reset();
-        c.misuse();
-        EXPECT_EQ(simhost::Faults(), std::vector<std::string>{c.fault}) << c.fault;
+    // Unlogged, the entries answer without the lock; misuse must still land
+    // on the path that records it.
+    for (bool logCalls : {true, false}) {
+        for (const auto &c : cases) {
+            simhost::Options options;
+            options.logCalls = logCalls;
+            simhost::Reset(options);
+            c.misuse();
+            EXPECT_EQ(simhost::Faults(), std::vector<std::string>{c.fault}) << c.fault << " logged " << logCalls;
+        }
     }
 }
 
@@ -88,12 +94,40 @@ TEST_F(SimHost, SnapshotsTellBalancedFromUnbalanced) {
         {[] { REALobject e = NewInstance("RuntimeException"); Raise(e); Unlock(e); return Handed{}; }, true},
         {[] { REALstring s = simhost::NewString("abc"); GetStringData(s, hostabi::kEncodingUTF8, &record); simhost::Release(s); return Handed{}; }, false},
     };
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
-        simhost::Reset();
+    for (std::size_t i = 0; i < 2 * std::size(cases); ++i) {
+        simhost::Options options;
+        options.logCalls = i < std::size(cases);
+        simhost::Reset(options);
         block = simhost::NewBlock(4);
         simhost::Snapshot before = simhost::TakeSnapshot();
-        EXPECT_EQ(simhost::CompareSnapshot(before, cases[i].run()).empty(), cases[i].balanced) << i;
+        const auto &c = cases[i % std::size(cases)];
+        EXPECT_EQ(simhost::CompareSnapshot(before, c.run()).empty(), c.balanced) << i;
         EXPECT_TRUE(simhost::Faults().empty()) << i;
+    }
+}
+
+TEST_F(SimHost, UnloggedEntriesStillFailRecordAndRefuseOnRequest) {
+    using Ptr = void *(*)(REALobject);
+    // Found while the host has it.
+    const auto size = Entry<RBInteger (*)(REALobject)>("memoryBlockGetSize");
+    const struct {
+        std::vector<std::string> missing;
+        std::function<std::string(REALobject)> run;
+        std::string expected;
+    } cases[] = {
+        {{}, [](REALobject b) { simhost::FailCall(1, "memoryBlockGetPtr"); void *failed = Entry<Ptr>("memoryBlockGetPtr")(b); void *next = Entry<Ptr>("memoryBlockGetPtr")(b); return std::to_string(failed == nullptr) + std::to_string(next == nullptr); }, "10"},
+        {{}, [](REALobject b) { simhost::FailCall(1, "memoryBlockGetPtr"); simhost::StopFailing(); return std::to_string(Entry<Ptr>("memoryBlockGetPtr")(b) != nullptr); }, "1"},
+        {{}, [](REALobject b) { simhost::ThrowOnNextCall("REALLockObject", [] { throw 7; }); try { Lock(b); } catch (int) { return std::string("thrown ") + std::to_string(simhost::RefCount(b)); } return std::string("not thrown"); }, "thrown 1"},
+        {{"memoryBlockGetSize"}, [size](REALobject b) { const RBInteger n = size(b); return std::to_string(n) + " " + simhost::Faults().at(0); }, "4 memoryBlockGetSize: called, but this host has no such entry"},
+        {{}, [](REALobject b) { Lock(b); Lock(b); Unlock(b); Unlock(b); Unlock(b); return std::to_string(simhost::RefCount(b)) + " " + std::to_string(simhost::LiveObjects()); }, "0 0"},
+    };
+    for (const auto &c : cases) {
+        simhost::Options options;
+        options.logCalls = false;
+        options.missingEntries = c.missing;
+        simhost::Reset(options);
+        REALobject block = simhost::NewBlock(4);
+        EXPECT_EQ(c.run(block), c.expected);
     }
 }
 
