@@ -159,9 +159,10 @@ namespace simhost {
 
 using namespace detail;
 
+// Nil is let go before the lock: callers release whatever a call returned.
 void Release(REALobject object) {
-    HostLock lock(State().mutex);
     if (object == nullptr) return;
+    HostLock lock(State().mutex);
     if (ObjectRecord *o = FindObject(object)) {
         UnlockObject("Release", *o);
     } else {
@@ -170,8 +171,8 @@ void Release(REALobject object) {
 }
 
 void Release(REALstring string) {
-    HostLock lock(State().mutex);
     if (string == nullptr) return;
+    HostLock lock(State().mutex);
     if (StringRecord *s = FindString(string)) {
         UnlockString("Release", *s);
     } else {
