@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-#include "memory/scan_filter.h"
+#include "memory/scan_vector.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -99,10 +99,8 @@ Search Prepare(const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m)
 
 #if defined(__SSE2__)
 using V16 = Vectors<16>::Vector;
-uint64_t Both(V16 a, V16 c1, V16 b, V16 c2) {
-    return static_cast<uint32_t>(_mm_movemask_epi8(__m128i(Vectors<16>::Flags((a == c1) & (b == c2)))));
-}
-using Sse2 = Lanes<16, Both>;
+uint64_t Equal(V16 a, V16 c) { return static_cast<uint32_t>(_mm_movemask_epi8(__m128i(Vectors<16>::Flags(a == c)))); }
+using Sse2 = Lanes<16, Equal>;
 #endif
 
 // Without vector instructions: blocks of positions in fixed-length loops
@@ -155,17 +153,17 @@ const uint8_t *FilterFew(Search &q) {
 // and lose to a vector filter on the cache's speed. Should the comparisons
 // cost more than a few bytes for each position passed, Two-Way takes over
 // from the failed candidate, which keeps the whole search linear.
-const uint8_t *FindByFilter(const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m, Filter filter) {
+const uint8_t *FindByFilter(const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m, InstructionSet set) {
     Search q = Prepare(h, n, s, m);
     const std::size_t positions = n - m + 1;
-#if defined(QVT_X86_FILTERS)
-    if (filter >= Filter::Avx512 && positions >= 64) return FilterAvx512(q);
-    if (filter >= Filter::Avx2 && positions >= 32) return FilterAvx2(q);
+#if defined(QVT_X86_VECTORS)
+    if (set >= InstructionSet::Avx512 && positions >= 64) return FilterAvx512(q);
+    if (set >= InstructionSet::Avx2 && positions >= 32) return FilterAvx2(q);
 #endif
 #if defined(__SSE2__)
-    if (filter >= Filter::Sse2 && positions >= Sse2::kWidth) return FilterBy<Sse2>(q);
+    if (set >= InstructionSet::Sse2 && positions >= Sse2::kWidth) return FilterBy<Sse2>(q);
 #endif
-    if (filter == Filter::Portable && positions >= kFilterBlock) return FilterPortable(q);
+    if (set == InstructionSet::Portable && positions >= kFilterBlock) return FilterPortable(q);
     return FilterFew(q);
 }
 
@@ -222,23 +220,25 @@ bool Decides(Search &q, std::size_t p) {
     return true;
 }
 
-Filter WidestFilter() {
-#if defined(QVT_X86_FILTERS)
-    static const Filter widest = [] {
+InstructionSet WidestInstructionSet() {
+#if defined(QVT_X86_VECTORS)
+    static const InstructionSet widest = [] {
         __builtin_cpu_init();
-        if (__builtin_cpu_supports("avx512bw")) return Filter::Avx512;
-        if (__builtin_cpu_supports("avx2")) return Filter::Avx2;
-        return Filter::Sse2;
+        if (__builtin_cpu_supports("avx512bw")) return InstructionSet::Avx512;
+        if (__builtin_cpu_supports("avx2")) return InstructionSet::Avx2;
+        return InstructionSet::Sse2;
     }();
     return widest;
 #elif defined(__SSE2__)
-    return Filter::Sse2;
+    return InstructionSet::Sse2;
 #else
-    return Filter::Portable;
+    return InstructionSet::Portable;
 #endif
 }
 
-std::size_t FirstOther(const uint8_t *bytes, std::size_t count, uint8_t value) {
+namespace {
+
+std::size_t FirstOtherByWords(const uint8_t *bytes, std::size_t count, uint8_t value) {
     const uint64_t pattern = uint64_t{0x0101010101010101} * value;
     std::size_t at = 0;
     for (; count - at >= kRunBlock; at += kRunBlock) {
@@ -263,17 +263,31 @@ std::size_t FirstOther(const uint8_t *bytes, std::size_t count, uint8_t value) {
     return count;
 }
 
-const uint8_t *FindSubstring(const uint8_t *haystack, std::size_t n, const uint8_t *needle,
-                             std::size_t m) {
-    return FindSubstring(haystack, n, needle, m, WidestFilter());
+}  // namespace
+
+std::size_t FirstOther(const uint8_t *bytes, std::size_t count, uint8_t value, InstructionSet set) {
+    set = std::min(set, WidestInstructionSet());
+#if defined(QVT_X86_VECTORS)
+    if (set >= InstructionSet::Avx512 && count >= 64) return FirstOtherAvx512(bytes, count, value);
+    if (set >= InstructionSet::Avx2 && count >= 32) return FirstOtherAvx2(bytes, count, value);
+#endif
+#if defined(__SSE2__)
+    if (set >= InstructionSet::Sse2 && count >= Sse2::kWidth) return FirstOtherBy<Sse2>(bytes, count, value);
+#endif
+    return FirstOtherByWords(bytes, count, value);
 }
 
 const uint8_t *FindSubstring(const uint8_t *haystack, std::size_t n, const uint8_t *needle,
-                             std::size_t m, Filter filter) {
+                             std::size_t m) {
+    return FindSubstring(haystack, n, needle, m, WidestInstructionSet());
+}
+
+const uint8_t *FindSubstring(const uint8_t *haystack, std::size_t n, const uint8_t *needle,
+                             std::size_t m, InstructionSet set) {
     if (m == 0) return haystack;
     if (m > n) return nullptr;
     if (m == 1) return static_cast<const uint8_t *>(std::memchr(haystack, needle[0], n));
-    return FindByFilter(haystack, n, needle, m, std::min(filter, WidestFilter()));
+    return FindByFilter(haystack, n, needle, m, std::min(set, WidestInstructionSet()));
 }
 
 // After glibc's two_way_long_needle: the right half is compared first, the

@@ -369,24 +369,29 @@ TEST_F(FastPathTest, SearchesAgreeWithThePlainLoop) {
 // ---- The scans on their own --------------------------------------------
 
 // One odd byte, differing from the run in a low or a high bit, at places
-// around the word, group and block edges, for starts off any alignment.
+// around the word, group, block and vector edges, for starts off any
+// alignment, on every instruction set this processor has.
 TEST(ScanTest, FirstOtherAgreesWithThePlainLoop) {
     std::vector<std::size_t> sizes;
-    for (std::size_t n = 0; n <= 40; ++n) sizes.push_back(n);
-    for (std::size_t edge : {64, 256, 288, 512, 544}) {
+    for (std::size_t n = 0; n <= 70; ++n) sizes.push_back(n);
+    for (std::size_t edge : {128, 256, 288, 320, 512, 544}) {
         for (std::size_t n = edge - 9; n <= edge + 9; n += 3) sizes.push_back(n);
     }
-    for (std::size_t n : sizes) {
-        for (const uint8_t value : {0x00, 0xA5}) {
-            for (std::size_t odd = 0; odd <= n; ++odd) {  // odd == n: none
-                if (odd >= 40 && n - odd >= 40 && odd % 29 != 0) continue;
-                for (const std::size_t start : {0, 1, 7}) {
-                    // Bytes around the range differ, so a read past it shows.
-                    Bytes bytes(start + n + 8, static_cast<uint8_t>(~value));
-                    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(start), n, value);
-                    if (odd < n) bytes[start + odd] = static_cast<uint8_t>(value ^ (odd % 2 ? 0x80 : 0x01));
-                    ASSERT_EQ(scan::FirstOther(bytes.data() + start, n, value), odd)
-                        << n << " " << odd << " " << start << " " << int{value};
+    for (int set = 0; set <= static_cast<int>(scan::WidestInstructionSet()); ++set) {
+        for (std::size_t n : sizes) {
+            for (const uint8_t value : {0x00, 0xA5}) {
+                for (std::size_t odd = 0; odd <= n; ++odd) {  // odd == n: none
+                    if (odd >= 70 && n - odd >= 70 && odd % 29 != 0) continue;
+                    const auto oddValue = static_cast<uint8_t>(value ^ (odd % 2 ? 0x80 : 0x01));
+                    for (const std::size_t start : {0, 1, 7, 33}) {
+                        // Bytes around the range differ, so a read past it shows.
+                        Bytes bytes(start + n + 8, static_cast<uint8_t>(~value));
+                        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(start), n, value);
+                        if (odd < n) bytes[start + odd] = oddValue;
+                        const auto on = static_cast<scan::InstructionSet>(set);
+                        ASSERT_EQ(scan::FirstOther(bytes.data() + start, n, value, on), odd)
+                            << set << " " << n << " " << odd << " " << start << " " << int{value};
+                    }
                 }
             }
         }
@@ -400,9 +405,9 @@ TEST(ScanTest, SubstringSearchesAgreeWithThePlainSearch) {
     using Find = std::function<const uint8_t *(const uint8_t *, std::size_t, const uint8_t *, std::size_t)>;
     // Two-Way alone, then the filter on every instruction set this processor has.
     std::vector<Find> finds = {&scan::FindSubstringTwoWay};
-    for (int f = 0; f <= static_cast<int>(scan::WidestFilter()); ++f) {
-        finds.push_back([f](const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m) {
-            return scan::FindSubstring(h, n, s, m, static_cast<scan::Filter>(f));
+    for (int set = 0; set <= static_cast<int>(scan::WidestInstructionSet()); ++set) {
+        finds.push_back([set](const uint8_t *h, std::size_t n, const uint8_t *s, std::size_t m) {
+            return scan::FindSubstring(h, n, s, m, static_cast<scan::InstructionSet>(set));
         });
     }
     const auto check = [&](const Bytes &hay, const Bytes &needle, std::size_t start) {

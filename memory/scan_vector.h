@@ -1,5 +1,5 @@
-// The candidate filter of the substring search, written once over a vector
-// of positions so that each instruction set compiles it in a unit of its
+// The vector scans behind the search methods, written once over a vector
+// of bytes so that each instruction set compiles them in a unit of its
 // own. Only builtins and plain code here: an inline library function
 // instantiated in a unit built for a wider instruction set could be the
 // copy the linker keeps for everyone.
@@ -31,31 +31,66 @@ bool Decides(Search &search, std::size_t p);
 // many positions and a processor that has its instructions.
 const uint8_t *FilterAvx2(Search &search);
 const uint8_t *FilterAvx512(Search &search);
+// The index of the first of `count` bytes that differs from `value`, or
+// `count` for none; each needs at least 32 and 64 bytes.
+std::size_t FirstOtherAvx2(const uint8_t *bytes, std::size_t count, uint8_t value);
+std::size_t FirstOtherAvx512(const uint8_t *bytes, std::size_t count, uint8_t value);
 
-// W positions at a time in the compilers' vector extension. Both gives a
-// word with bit k set when a[k] == c1 and b[k] == c2: the one step with no
-// portable spelling.
+// W bytes at a time in the compilers' vector extension. Equal gives a word
+// with bit k set when a[k] == c: the one step with no portable spelling.
 template <std::size_t W>
 struct Vectors {
     typedef char Vector __attribute__((vector_size(W)));
     typedef signed char Flags __attribute__((vector_size(W)));
 };
 
-template <std::size_t W, uint64_t (*Both)(typename Vectors<W>::Vector a, typename Vectors<W>::Vector c1,
-                                          typename Vectors<W>::Vector b, typename Vectors<W>::Vector c2)>
+template <std::size_t W, uint64_t (*Equal)(typename Vectors<W>::Vector a, typename Vectors<W>::Vector c)>
 struct Lanes {
     using Vector = typename Vectors<W>::Vector;
     static constexpr std::size_t kWidth = W;
+    static constexpr uint64_t kAll = W == 64 ? ~uint64_t{0} : (uint64_t{1} << W) - 1;
     static Vector Splat(uint8_t c) { return Vector{} + static_cast<char>(c); }
     static Vector Load(const uint8_t *at) {
         Vector v;
         __builtin_memcpy(&v, at, W);
         return v;
     }
+    static uint64_t Bits(const uint8_t *at, Vector c) { return Equal(Load(at), c); }
+    // Bit k set when first[k] == c1 and second[k] == c2.
     static uint64_t Matches(const uint8_t *first, Vector c1, const uint8_t *second, Vector c2) {
-        return Both(Load(first), c1, Load(second), c2);
+        return Bits(first, c1) & Bits(second, c2);
     }
 };
+
+// The first byte that differs from value; V is a Lanes and `count` at
+// least its width. Loads after the first go on whole vectors, four to a
+// step while they last, and the last overlaps the one before. (An equal
+// byte is left to memchr, which is as fast on every size.)
+template <class V>
+std::size_t FirstOtherBy(const uint8_t *bytes, std::size_t count, uint8_t value) {
+    constexpr std::size_t kWidth = V::kWidth;
+    const auto c = V::Splat(value);
+    const auto hits = [c](const uint8_t *at) { return ~V::Bits(at, c) & V::kAll; };
+    if (const uint64_t h = hits(bytes)) return static_cast<std::size_t>(__builtin_ctzll(h));
+    std::size_t at = kWidth - reinterpret_cast<uintptr_t>(bytes) % kWidth;
+    for (; count - at >= 4 * kWidth; at += 4 * kWidth) {
+        const uint64_t h0 = hits(bytes + at), h1 = hits(bytes + at + kWidth);
+        const uint64_t h2 = hits(bytes + at + 2 * kWidth), h3 = hits(bytes + at + 3 * kWidth);
+        if ((h0 | h1 | h2 | h3) == 0) continue;
+        const uint64_t h[] = {h0, h1, h2, h3};
+        std::size_t k = 0;
+        while (h[k] == 0) ++k;
+        return at + k * kWidth + static_cast<std::size_t>(__builtin_ctzll(h[k]));
+    }
+    for (; count - at >= kWidth; at += kWidth) {
+        if (const uint64_t h = hits(bytes + at)) return at + static_cast<std::size_t>(__builtin_ctzll(h));
+    }
+    if (at < count) {
+        if (const uint64_t h = hits(bytes + count - kWidth) >> (kWidth - (count - at)))
+            return at + static_cast<std::size_t>(__builtin_ctzll(h));
+    }
+    return count;
+}
 
 // V is a Lanes. Two vectors go per step so that the test for candidates
 // costs one branch for both.
