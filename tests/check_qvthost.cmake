@@ -1,14 +1,16 @@
-# Runs qvthost with ARGS (words separated by "|"), standard input from INPUT
-# when given, and checks its exit status against STATUS and its standard
-# output against the regular expression OUTPUT.
+# Runs qvthost with ARGS (words separated by "|") through EMULATOR (the same),
+# standard input from INPUT when given, and checks its exit status against
+# STATUS and its standard output, lines ending in "\n", against the regular
+# expression OUTPUT.
 string(REPLACE "|" ";" words "${ARGS}")
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+set(input)
 if(INPUT)
-  execute_process(COMMAND ${QVTHOST} ${words} INPUT_FILE ${INPUT}
-    RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
-else()
-  execute_process(COMMAND ${QVTHOST} ${words}
-    RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  set(input INPUT_FILE ${INPUT})
 endif()
+execute_process(COMMAND ${emulator} ${QVTHOST} ${words} ${input}
+  RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(REPLACE "\r\n" "\n" out "${out}")
 if(NOT status STREQUAL STATUS)
   message(FATAL_ERROR "exit status ${status}, expected ${STATUS}\n${out}${err}")
 endif()
