@@ -9,6 +9,10 @@
 #include "kernels/dispatch.h"
 #include "kernels/range.h"
 
+#if defined(QVT_X86_TARGETS)
+#include <immintrin.h>
+#endif
+
 namespace qvt {
 
 namespace {
@@ -53,7 +57,73 @@ QVT_VECTOR_CLONES void PackApart(uint8_t *__restrict to, const uint8_t *__restri
     for (std::size_t g = 0; g < groups; ++g) PackGroup(to + 2 * g, from + 3 * g);
 }
 
+#if defined(QVT_X86_TARGETS)
+
+// A group's two bytes as one 16-bit lane (little-endian on x86): the first
+// byte, then the second byte's low half over the third byte's high half,
+// which a lane holding the second and third bytes, shifted down by 4 and
+// up by 8, brings into place. Each step loads all its source before it
+// stores, and stores below the next step's source, so steps run in place
+// from the first group.
+__attribute__((target("avx2"))) std::size_t PackBy16Lanes(uint8_t *block, std::size_t groups) {
+    // Four groups of each 128-bit half: 12 bytes in, 8 out.
+    const __m256i toLane = _mm256_setr_epi8(2, 1, 5, 4, 8, 7, 11, 10, -1, -1, -1, -1, -1, -1, -1, -1,
+                                            2, 1, 5, 4, 8, 7, 11, 10, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m256i firsts = _mm256_setr_epi8(0, -1, 3, -1, 6, -1, 9, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                            0, -1, 3, -1, 6, -1, 9, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    std::size_t g = 0;
+    for (; g + 10 <= groups; g += 8) {  // reads 28 bytes from 3g
+        const uint8_t *from = block + 3 * g;
+        const __m256i source = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(from))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + 12)), 1);
+        const __m256i seconds = _mm256_slli_epi16(_mm256_srli_epi16(_mm256_shuffle_epi8(source, toLane), 4), 8);
+        const __m256i packed = _mm256_or_si256(seconds, _mm256_shuffle_epi8(source, firsts));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(block + 2 * g),
+                         _mm256_castsi256_si128(_mm256_permute4x64_epi64(packed, 0x08)));
+    }
+    return g;
+}
+
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) std::size_t PackBy64Bytes(uint8_t *block,
+                                                                                std::size_t groups) {
+    // Sixteen groups: 48 bytes in, 32 out; odd lanes of `firsts` are zeroed.
+    // (Masks everywhere: GCC warns of the unmasked forms' undefined lanes.)
+    alignas(64) static constexpr uint8_t kToLane[64] = {
+        2,  1,  5,  4,  8,  7,  11, 10, 14, 13, 17, 16, 20, 19, 23, 22,
+        26, 25, 29, 28, 32, 31, 35, 34, 38, 37, 41, 40, 44, 43, 47, 46};
+    alignas(64) static constexpr uint8_t kFirsts[64] = {
+        0,  0, 3,  0, 6,  0, 9,  0, 12, 0, 15, 0, 18, 0, 21, 0,
+        24, 0, 27, 0, 30, 0, 33, 0, 36, 0, 39, 0, 42, 0, 45, 0};
+    const __m512i toLane = _mm512_load_si512(kToLane), firsts = _mm512_load_si512(kFirsts);
+    std::size_t g = 0;
+    for (; g + 22 <= groups; g += 16) {  // reads 64 bytes from 3g
+        const __m512i source = _mm512_loadu_si512(block + 3 * g);
+        const __m512i lanes = _mm512_maskz_permutexvar_epi8(~0ull, toLane, source);
+        const __m512i seconds = _mm512_slli_epi16(_mm512_srli_epi16(lanes, 4), 8);
+        const __m512i packed =
+            _mm512_or_si512(seconds, _mm512_maskz_permutexvar_epi8(0x5555555555555555ull, firsts, source));
+        _mm512_mask_storeu_epi8(block + 2 * g, 0xFFFFFFFFull, packed);
+    }
+    return g;
+}
+
+bool HasAvx2() { return __builtin_cpu_supports("avx2"); }
+bool HasVbmi() { return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vbmi"); }
+
+constexpr kernels::GroupPacker kGroupPackers[] = {{&HasVbmi, &PackBy64Bytes}, {&HasAvx2, &PackBy16Lanes}};
+
+#endif
+
 }  // namespace
+
+std::span<const kernels::GroupPacker> kernels::GroupPackers() {
+#if defined(QVT_X86_TARGETS)
+    return kGroupPackers;
+#else
+    return {};
+#endif
+}
 
 void ConvertRGB12BitTo8BitQVT(REALobject block, intptr_t width) {
     if (width < 1) return;
@@ -61,11 +131,16 @@ void ConvertRGB12BitTo8BitQVT(REALobject block, intptr_t width) {
     // Nothing is tested but the width; a block without memory is nothing
     // to write into, though, and is left alone rather than crash.
     if (!bytes.data) return;
+    const auto groups = 3 * static_cast<std::size_t>(width);
+    std::size_t g = 0;
+    for (const kernels::GroupPacker &packer : kernels::GroupPackers()) {
+        if (!packer.usable()) continue;
+        g = packer.pack(bytes.data, groups);
+        break;
+    }
     // No group writes a byte that a later group reads, so groups may go in
     // any order; and from group g on, the next g / 2 groups write below
     // where they read, so they go as one run of apart ranges.
-    const auto groups = 3 * static_cast<std::size_t>(width);
-    std::size_t g = 0;
     for (; g < groups && g < 32; ++g) PackGroup(bytes.data + 2 * g, bytes.data + 3 * g);
     while (g < groups) {
         const std::size_t run = std::min(groups - g, g / 2);

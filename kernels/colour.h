@@ -5,7 +5,9 @@
 // reserves names of an underscore and a capital.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "abi/plugin_abi.h"
 
@@ -28,5 +30,19 @@ void Calc2teCMY(REALobject block, intptr_t iByteMax, intptr_t offsetByte, intptr
                 bool withSum0);
 void Calc2teCMYK(REALobject block, intptr_t iByteMax, intptr_t offsetByte, intptr_t length,
                  bool withSum0);
+
+namespace kernels {
+
+// Ways to pack the 12-bit groups of a block in place from its start, by
+// byte shuffles, widest first. Each packs as many leading groups as its
+// steps can read within `groups` and returns how many; a way is taken
+// only where `usable` says the processor has its instructions.
+struct GroupPacker {
+    bool (*usable)();
+    std::size_t (*pack)(uint8_t *block, std::size_t groups);
+};
+std::span<const GroupPacker> GroupPackers();
+
+}  // namespace kernels
 
 }  // namespace qvt

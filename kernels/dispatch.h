@@ -24,3 +24,10 @@
 #else
 #define QVT_VECTOR_CLONES
 #endif
+
+// Kernels written for one x86-64 instruction set carry its target attribute
+// and run only where __builtin_cpu_supports finds it; ELF only, since
+// mingw's GCC cannot align the stack for spilled AVX registers.
+#if defined(__x86_64__) && defined(__ELF__) && (defined(__GNUC__) || defined(__clang__))
+#define QVT_X86_TARGETS 1
+#endif

@@ -217,21 +217,33 @@ TEST_F(ColourDifferentialTest, PixelKernelsAreTheRules) {
     }
 }
 
-// Widths from the first groups, which go one at a time, to long runs.
+// Widths from the first groups, which go one at a time, to long runs, and
+// around every shuffle step's end, each in a block that ends with its last
+// step or a few bytes later; the method, and each way of packing groups
+// that this processor has, on its own, give the step loop's bytes.
 TEST_F(ColourDifferentialTest, TwelveBitPackingIsTheStepLoop) {
     std::mt19937 random(17);
-    for (intptr_t width : {1, 2, 3, 9, 10, 11, 12, 21, 22, 23, 40, 64, 100, 333, 1000}) {
-        const Bytes before = test::RandomBytes(9 * static_cast<std::size_t>(width) + 7, random);
+    std::vector<intptr_t> widths{64, 100, 333, 1000, 1001, 1002};
+    for (intptr_t width = 1; width <= 40; ++width) widths.push_back(width);
+    for (intptr_t width : widths) {
+        const auto groups = 3 * static_cast<std::size_t>(width);
+        const Bytes before = test::RandomBytes(3 * groups + (width % 2 == 0 ? 0 : 7), random);
         Bytes expected = before;
-        for (intptr_t step = 0; step < width; ++step) {
-            uint8_t s[9];
-            std::copy_n(expected.begin() + 9 * step, 9, s);
-            for (int g = 0; g < 3; ++g) {
-                expected[6 * step + 2 * g] = s[3 * g];
-                expected[6 * step + 2 * g + 1] = static_cast<uint8_t>((s[3 * g + 1] << 4) | (s[3 * g + 2] >> 4));
-            }
+        for (std::size_t g = 0; g < groups; ++g) {
+            const uint8_t b0 = expected[3 * g], b1 = expected[3 * g + 1], b2 = expected[3 * g + 2];
+            expected[2 * g] = b0;
+            expected[2 * g + 1] = static_cast<uint8_t>((b1 << 4) | (b2 >> 4));
         }
         EXPECT_EQ(After(before, [&](REALobject b) { ConvertRGB12BitTo8BitQVT(b, width); }), expected) << width;
+        for (const kernels::GroupPacker &packer : kernels::GroupPackers()) {
+            if (!packer.usable()) continue;
+            Bytes packed = before;
+            const std::size_t done = packer.pack(packed.data(), groups);
+            EXPECT_LE(done, groups);
+            Bytes partly = before;
+            std::copy_n(expected.begin(), 2 * done, partly.begin());
+            EXPECT_EQ(packed, partly) << width << " packer " << (&packer - kernels::GroupPackers().data());
+        }
     }
 }
 
