@@ -1,6 +1,7 @@
 // The range methods called through the simulated host as a host program calls
 // them, next to memcpy and memset, the library routine that does the same
-// job, and the plain byte loop of each method, at four sizes.
+// job, and the plain byte loop of each method, at five sizes: the largest is
+// well beyond the last-level cache, so that its rows measure main memory.
 //
 // Benchmark names are "<kind>|<row>|<bytes>", kind being qvt, plain or lib;
 // the label carries what scripts/bench-report needs to judge a row.
@@ -23,7 +24,10 @@ namespace qvtbench {
 
 namespace {
 
-constexpr std::size_t kSizes[] = {4 << 10, 64 << 10, 1 << 20, 16 << 20};
+constexpr std::size_t kSizes[] = {4 << 10, 64 << 10, 1 << 20, 16 << 20, 256 << 20};
+// At this size and above a plain byte loop runs for seconds: one timed
+// iteration is plenty, and nothing is checked against it there.
+constexpr std::size_t kOneRunSize = 256 << 20;
 // Not a power of two, so that the tails behind word and vector loops are
 // checked; a multiple of 32 as the bit expansion's groups ask.
 constexpr std::size_t kCheckSize = 4096 + 3 * 32;
@@ -109,11 +113,33 @@ std::vector<uint8_t> Make(Data data, std::size_t n) {
     return {};
 }
 
+// Contents are made once per kind and size; past the budget the longest
+// unused large ones are dropped, so that beyond-cache rows do not pile up
+// gigabytes of them.
 const std::vector<uint8_t> &Contents(Data data, std::size_t n) {
-    static std::map<std::pair<Data, std::size_t>, std::vector<uint8_t>> made;
-    auto &bytes = made[{data, n}];
-    if (bytes.size() != n) bytes = Make(data, n);
-    return bytes;
+    constexpr std::size_t kLarge = 64 << 20, kBudget = std::size_t{1} << 30;
+    struct Made {
+        std::vector<uint8_t> bytes;
+        uint64_t used = 0;
+    };
+    static std::map<std::pair<Data, std::size_t>, Made> made;
+    static uint64_t clock = 0;
+    Made &entry = made[{data, n}];
+    entry.used = ++clock;
+    if (entry.bytes.size() == n) return entry.bytes;
+    for (;;) {
+        std::size_t held = n;
+        auto oldest = made.end();
+        for (auto it = made.begin(); it != made.end(); ++it) {
+            if (it->second.bytes.size() < kLarge) continue;
+            held += it->second.bytes.size();
+            if (oldest == made.end() || it->second.used < oldest->second.used) oldest = it;
+        }
+        if (held <= kBudget || oldest == made.end()) break;
+        oldest->second.bytes = std::vector<uint8_t>();
+    }
+    entry.bytes = Make(data, n);
+    return entry.bytes;
 }
 
 REALobject NewBlock(int eighths, Data data, std::size_t n, uint8_t *&pointer) {
@@ -224,9 +250,10 @@ void Register(const Row &row, std::set<std::string> &libraries) {
             if (row.allocates) b->Iterations(static_cast<int64_t>(std::max<std::size_t>(4, kAllocationBudget / n)));
         }
         if (row.plain && (row.plainLimit == 0 || n <= row.plainLimit)) {
-            benchmark::RegisterBenchmark(Name("plain", row.name, n).c_str(), [&row, n](benchmark::State &s) {
+            auto *b = benchmark::RegisterBenchmark(Name("plain", row.name, n).c_str(), [&row, n](benchmark::State &s) {
                 RunLoop(s, row, n, Kind::Plain);
             });
+            if (n >= kOneRunSize) b->Iterations(1)->Repetitions(1);
         }
         if (newLibrary) {
             benchmark::RegisterBenchmark(Name("lib", row.libraryKey, n).c_str(), [&row, n](benchmark::State &s) {
