@@ -385,7 +385,8 @@ std::vector<Row> KernelRows() {
                         return 0;
                     },
                     .plain = PlainSweep,
-                    .touched = 1});
+                    .touched = 1,
+                    .sizeLimit = kInCache});
     rows.push_back({.name = "_ConvertPolarToCartesian",
                     .family = "sweep",
                     .declaration = "_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, "
@@ -393,7 +394,8 @@ std::vector<Row> KernelRows() {
                     .call = CallTable,
                     .plain = PlainPolarToCartesian,
                     .bEighths = 8,
-                    .bData = Data::Floats});
+                    .bData = Data::Floats,
+                    .sizeLimit = kInCache});
     rows.push_back({.name = "_ConvertCartesianToPolar",
                     .family = "sweep",
                     .declaration = "_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, "
@@ -401,7 +403,8 @@ std::vector<Row> KernelRows() {
                     .call = CallTable,
                     .plain = PlainCartesianToPolar,
                     .bEighths = 8,
-                    .bData = Data::Floats});
+                    .bData = Data::Floats,
+                    .sizeLimit = kInCache});
     return rows;
 }
 

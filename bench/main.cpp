@@ -25,8 +25,9 @@ namespace qvtbench {
 namespace {
 
 constexpr std::size_t kSizes[] = {4 << 10, 64 << 10, 1 << 20, 16 << 20, 256 << 20};
-// At this size and above a plain byte loop runs for seconds: one timed
-// iteration is plenty, and nothing is checked against it there.
+// From this size on one call lasts long enough to time alone: two make a
+// repetition, and a plain byte loop, which runs for seconds here and is
+// checked against nothing, runs once.
 constexpr std::size_t kOneRunSize = 256 << 20;
 // Not a power of two, so that the tails behind word and vector loops are
 // checked; a multiple of 32 as the bit expansion's groups ask.
@@ -244,21 +245,27 @@ std::string Name(const char *kind, const std::string &row, std::size_t n) {
 void Register(const Row &row, std::set<std::string> &libraries) {
     const bool newLibrary = row.library && libraries.insert(row.libraryKey).second;
     for (std::size_t n : kSizes) {
-        if (row.call && row.function) {
+        const auto within = [n](std::size_t limit) { return limit == 0 || n <= limit; };
+        if (row.call && row.function && within(row.sizeLimit)) {
             auto *b = benchmark::RegisterBenchmark(Name("qvt", row.name, n).c_str(),
                                                    [&row, n](benchmark::State &s) { RunMethod(s, row, n); });
-            if (row.allocates) b->Iterations(static_cast<int64_t>(std::max<std::size_t>(4, kAllocationBudget / n)));
+            if (row.allocates) {
+                b->Iterations(static_cast<int64_t>(std::max<std::size_t>(4, kAllocationBudget / n)));
+            } else if (n >= kOneRunSize) {
+                b->Iterations(2);
+            }
         }
-        if (row.plain && (row.plainLimit == 0 || n <= row.plainLimit)) {
+        if (row.plain && within(row.plainLimit) && within(row.sizeLimit)) {
             auto *b = benchmark::RegisterBenchmark(Name("plain", row.name, n).c_str(), [&row, n](benchmark::State &s) {
                 RunLoop(s, row, n, Kind::Plain);
             });
             if (n >= kOneRunSize) b->Iterations(1)->Repetitions(1);
         }
         if (newLibrary) {
-            benchmark::RegisterBenchmark(Name("lib", row.libraryKey, n).c_str(), [&row, n](benchmark::State &s) {
+            auto *b = benchmark::RegisterBenchmark(Name("lib", row.libraryKey, n).c_str(), [&row, n](benchmark::State &s) {
                 RunLoop(s, row, n, Kind::Library);
             });
+            if (n >= kOneRunSize) b->Iterations(2);
         }
     }
 }

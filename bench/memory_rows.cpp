@@ -498,7 +498,8 @@ std::vector<Row> MemoryRows() {
                  SetBit(c.pa, i, bitJ);
              }
              return 0;
-         }},
+         },
+         .sizeLimit = kInCache},
 
         // ---- strided copy and bit expansion ----
         {.name = "CopyNthBytesQVT 1 of 4",

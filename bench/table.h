@@ -46,6 +46,9 @@ enum class Data {
 constexpr uint8_t kNeedle = 0xEE;
 constexpr uint8_t kUniform = 'x';
 
+// The size up to which a range may still sit in a last-level cache.
+constexpr std::size_t kInCache = 16 << 20;
+
 // The goal a row is checked against in the report.
 enum class Goal { None, Streaming, FindByte, FindNotByte, FindString, Linear, Compare };
 
@@ -76,6 +79,9 @@ struct Row {
     bool global = false;     // a global function, not a method of MemoryBlock
     bool allocates = false;  // builds a host value on every call
     std::size_t plainLimit = 0;  // the largest size the plain loop runs at; 0: all
+    // The largest size the row runs at; 0: all. Rows bound by arithmetic, not
+    // memory, learn nothing beyond the cache and take minutes there.
+    std::size_t sizeLimit = 0;
     // Arguments of shared call and loop routines.
     int64_t p = 0;
     int64_t q = 0;
