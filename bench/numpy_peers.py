@@ -84,21 +84,26 @@ def needle_at_end(n):
 
 
 def target_in(data, length, seed):
-    """A target found only at the end of data: from its own letters where one is
-    missing from the rest, else random bytes, with its first byte kept out."""
+    """A target drawn from the data's own bytes (spaces left out), put last after
+    every earlier occurrence is broken with a byte the target lacks."""
     draw = random.Random(seed)
-    letters = data[: 1 << 20]
-    letters = letters[letters != ord(" ")]
-    body = data.tobytes()
-    for _ in range(1000):
-        target = bytes(int(letters[draw.randrange(len(letters))]) for _ in range(length))
-        if body.find(target, 0, len(body) - 1) < 0:
-            break
-    else:
-        target = bytes([0xEE]) + bytes(draw.randrange(256) for _ in range(length - 1))
-        data[data == 0xEE] = 0
-    data[len(data) - length:] = np.frombuffer(target, np.uint8)
-    return data.tobytes(), target
+    body = bytearray(data)
+    target = bytearray()
+    while len(target) < length:
+        byte = body[draw.randrange(len(body) - length)]
+        if byte != ord(" "):
+            target.append(byte)
+    target = bytes(target)
+    absent = next((b for b in range(ord("a"), 256) if b not in target), None)
+    if length == 1:
+        body = body.replace(target, bytes([absent]))
+    elif absent is not None:
+        at = body.find(target)
+        while at >= 0:
+            body[at] = absent
+            at = body.find(target, at)
+    body[len(body) - length:] = target
+    return bytes(body), target
 
 
 def uniform(n):
