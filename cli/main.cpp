@@ -1,6 +1,8 @@
 // qvthost [--host-version V] [--declarations] [--nil-resolver] [--debug] [--json]
 //         load|demo PLUGIN | call PLUGIN [--self VALUE] DECLARATION ARG... | run PLUGIN SCRIPT
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <optional>
@@ -126,6 +128,13 @@ int Fail(const Arguments &args, int status, const std::string &message) {
     return status;
 }
 
+// Opens and loads the plug-in, with QVTDEBUG set for the load on --debug.
+bool LoadPlugin(simhost::PluginLibrary &library, const Arguments &args) {
+    if (!library.Open(args.path)) return false;
+    DebugSwitch debug(args.debug);
+    return library.Load(args.nilResolver);
+}
+
 int Calls(const Arguments &args) {
     qvthost::Session session;
     if (args.command == "call") {
@@ -137,7 +146,9 @@ int Calls(const Arguments &args) {
     const std::string &path = args.rest.front();
     if (path == "-") return qvthost::RunScript(std::cin, session, std::cout, args.json, args.debug);
     std::ifstream script(path);
-    if (!script) return Fail(args, kUsage, "cannot read the script " + path);
+    if (!script) {
+        return Fail(args, kUsage, "cannot read the script " + path + ": " + std::strerror(errno));
+    }
     return qvthost::RunScript(script, session, std::cout, args.json, args.debug);
 }
 
@@ -153,31 +164,13 @@ int main(int argc, char **argv) {
     options.version = args->version;
     simhost::Reset(options);
 
-    const bool calls = args->command == "call" || args->command == "run";
-    if (calls) {
-        simhost::PluginLibrary library;
-        bool loaded = library.Open(args->path);
-        if (loaded) {
-            DebugSwitch debug(args->debug);
-            loaded = library.Load(args->nilResolver);
-        }
-        if (!loaded) return Fail(*args, kLoadFailed, "cannot load the plug-in: " + library.Error());
-        return Calls(*args);
-    }
-
-    std::cout << "host version " << qvthost::VersionText(args->version) << "\n";
     simhost::PluginLibrary library;
-    if (!library.Open(args->path)) {
-        std::cout << "cannot load the plug-in: " << library.Error() << "\n";
-        return kLoadFailed;
+    const bool calls = args->command == "call" || args->command == "run";
+    if (!calls) std::cout << "host version " << qvthost::VersionText(args->version) << "\n";
+    if (!LoadPlugin(library, *args)) {
+        return Fail(*args, kLoadFailed, "cannot load the plug-in: " + library.Error());
     }
-    {
-        DebugSwitch debug(args->debug);
-        if (!library.Load(args->nilResolver)) {
-            std::cout << "cannot load the plug-in: " << library.Error() << "\n";
-            return kLoadFailed;
-        }
-    }
+    if (calls) return Calls(*args);
     qvthost::PrintLoad(std::cout, args->nilResolver, args->declarations);
 
     bool clean = true;
