@@ -53,7 +53,7 @@ std::size_t SharedPrefix(const uint8_t *x, const uint8_t *y, std::size_t m) {
 }
 
 // The needle bytes that may filter candidates are taken from its head.
-constexpr std::size_t kPickSpan = 64;
+constexpr std::size_t kPickSpan = 32;
 
 // How common a byte is in text and in binary data, higher for more common.
 // A guess: it only picks the needle bytes that filter the candidates.

@@ -92,11 +92,11 @@ std::size_t FirstOtherBy(const uint8_t *bytes, std::size_t count, uint8_t value)
     return count;
 }
 
-// V is a Lanes. Two vectors go per step so that the test for candidates
-// costs one branch for both.
+// V is a Lanes. kStep vectors go per step so that the test for candidates
+// costs one branch for all of them; more than two gained nothing.
 template <class V>
 const uint8_t *FilterBy(Search &q) {
-    constexpr std::size_t kWidth = V::kWidth;
+    constexpr std::size_t kWidth = V::kWidth, kStep = 2;
     const std::size_t positions = q.n - q.m + 1;
     const auto c1 = V::Splat(q.s[q.rare]), c2 = V::Splat(q.s[q.other]);
     const uint8_t *first = q.h + q.rare, *second = q.h + q.other;
@@ -112,10 +112,27 @@ const uint8_t *FilterBy(Search &q) {
     // the positions up to there.
     std::size_t p = (kWidth - reinterpret_cast<uintptr_t>(first) % kWidth) % kWidth;
     if (p != 0 && tries(V::Matches(first, c1, second, c2) & ((uint64_t{1} << p) - 1), 0)) return q.found;
-    for (; positions - p >= 2 * kWidth; p += 2 * kWidth) {
-        const uint64_t low = V::Matches(first + p, c1, second + p, c2);
-        const uint64_t high = V::Matches(first + p + kWidth, c1, second + p + kWidth, c2);
-        if ((low | high) != 0 && (tries(low, p) || tries(high, p + kWidth))) return q.found;
+    while (positions - p >= kStep * kWidth) {
+        // The needle bytes are splatted afresh after each candidate: across
+        // the call that tries it, the compiler would keep the vectors on
+        // the stack and load them again at every step.
+        unsigned b1 = q.s[q.rare], b2 = q.s[q.other];
+        __asm__("" : "+r"(b1), "+r"(b2));
+        const auto v1 = V::Splat(static_cast<uint8_t>(b1)), v2 = V::Splat(static_cast<uint8_t>(b2));
+        uint64_t m[kStep] = {};
+        for (; positions - p >= kStep * kWidth; p += kStep * kWidth) {
+            uint64_t any = 0;
+            for (std::size_t k = 0; k < kStep; ++k) {
+                m[k] = V::Matches(first + p + k * kWidth, v1, second + p + k * kWidth, v2);
+                any |= m[k];
+            }
+            if (any != 0) break;
+        }
+        if (positions - p < kStep * kWidth) break;
+        for (std::size_t k = 0; k < kStep; ++k) {
+            if (tries(m[k], p + k * kWidth)) return q.found;
+        }
+        p += kStep * kWidth;
     }
     for (; positions - p >= kWidth; p += kWidth) {
         if (tries(V::Matches(first + p, c1, second + p, c2), p)) return q.found;
