@@ -396,7 +396,9 @@ def main():
             arguments = make(n, m)
             done[key] = timed(run, arguments, min_time, repetitions)
             del arguments
-        peers.append({"row": row, "n": n, "what": what, "time": done[key]})
+        # What tells one row's data or parameters from another's under one call.
+        variant = " ".join(g.strip() for g in m.groups() if g and g.strip())
+        peers.append({"row": row, "n": n, "what": what, "variant": variant, "time": done[key]})
     with open(sys.argv[2], "w") as f:
         json.dump({"context": {"numpy": np.__version__, "python": sys.version.split()[0],
                                "min_time": min_time, "repetitions": repetitions},
