@@ -6,6 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 
+// The host's Integer, and every argument a declaration calls Integer: the
+// whole word, so a 64-bit build reaches offsets and counts past 2 GiB. Only
+// a result that is defined by 32-bit wrap-around cuts it, saying why there.
 using RBInteger = intptr_t;
 using REALobject = struct REALobjectOpaque *;
 using REALstring = struct REALstringOpaque *;

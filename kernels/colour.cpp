@@ -125,7 +125,7 @@ std::span<const kernels::GroupPacker> kernels::GroupPackers() {
 #endif
 }
 
-void ConvertRGB12BitTo8BitQVT(REALobject block, intptr_t width) {
+void ConvertRGB12BitTo8BitQVT(REALobject block, RBInteger width) {
     if (width < 1) return;
     rbData bytes(block, 0, 0);
     // Nothing is tested but the width; a block without memory is nothing
@@ -223,9 +223,9 @@ void Calc2te(REALobject block, intptr_t iByteMax, intptr_t offsetByte, intptr_t 
 
 }  // namespace
 
-void Calc3te(REALobject block, intptr_t source1, intptr_t source2, intptr_t source3,
-             intptr_t source4, intptr_t dest1, intptr_t dest2, intptr_t dest3, intptr_t dest4,
-             double tolerance, intptr_t offsetByte, intptr_t length) {
+void Calc3te(REALobject block, RBInteger source1, RBInteger source2, RBInteger source3,
+             RBInteger source4, RBInteger dest1, RBInteger dest2, RBInteger dest3, RBInteger dest4,
+             double tolerance, RBInteger offsetByte, RBInteger length) {
     const double hi = 1.0 + tolerance;
     const double lo = 1.0 - tolerance;
     const intptr_t sources[kPixelBytes] = {source1, source2, source3, source4};
@@ -252,12 +252,12 @@ void Calc3te(REALobject block, intptr_t source1, intptr_t source2, intptr_t sour
     if (possible) ReplaceMatching(pixels.first, pixels.count, window, dest);
 }
 
-void Calc2teCMY(REALobject block, intptr_t iByteMax, intptr_t offsetByte, intptr_t length,
+void Calc2teCMY(REALobject block, RBInteger iByteMax, RBInteger offsetByte, RBInteger length,
                 bool withSum0) {
     Calc2te(block, iByteMax, offsetByte, length, withSum0, false);
 }
 
-void Calc2teCMYK(REALobject block, intptr_t iByteMax, intptr_t offsetByte, intptr_t length,
+void Calc2teCMYK(REALobject block, RBInteger iByteMax, RBInteger offsetByte, RBInteger length,
                  bool withSum0) {
     Calc2te(block, iByteMax, offsetByte, length, withSum0, true);
 }

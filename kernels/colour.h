@@ -15,20 +15,20 @@ namespace qvt {
 
 // Two 12-bit samples in each 3 bytes become two bytes, `width` steps of 9
 // bytes to 6, in place from the start of the block; the rest stays.
-void ConvertRGB12BitTo8BitQVT(REALobject block, intptr_t width);
+void ConvertRGB12BitTo8BitQVT(REALobject block, RBInteger width);
 
 // A pixel whose every byte lies within source × (1 ± tolerance), limits
 // cut toward zero and included, becomes the low bytes of dest1..dest4.
-void Calc3te(REALobject block, intptr_t source1, intptr_t source2, intptr_t source3,
-             intptr_t source4, intptr_t dest1, intptr_t dest2, intptr_t dest3, intptr_t dest4,
-             double tolerance, intptr_t offsetByte, intptr_t length);
+void Calc3te(REALobject block, RBInteger source1, RBInteger source2, RBInteger source3,
+             RBInteger source4, RBInteger dest1, RBInteger dest2, RBInteger dest3, RBInteger dest4,
+             double tolerance, RBInteger offsetByte, RBInteger length);
 
 // p3 becomes iByteMax less the channel sum, 0 when the sum reaches
 // iByteMax (or is 0 with withSum0), capped at 255. CMY sums p0..p2, CMYK
 // p0..p3.
-void Calc2teCMY(REALobject block, intptr_t iByteMax, intptr_t offsetByte, intptr_t length,
+void Calc2teCMY(REALobject block, RBInteger iByteMax, RBInteger offsetByte, RBInteger length,
                 bool withSum0);
-void Calc2teCMYK(REALobject block, intptr_t iByteMax, intptr_t offsetByte, intptr_t length,
+void Calc2teCMYK(REALobject block, RBInteger iByteMax, RBInteger offsetByte, RBInteger length,
                  bool withSum0);
 
 namespace kernels {

@@ -54,7 +54,7 @@ REALobject AndBits(REALobject source, REALobject second, std::optional<intptr_t>
 
 }  // namespace
 
-REALobject ExtractBitsQVT(REALobject source, intptr_t mask, REALobject dest) {
+REALobject ExtractBitsQVT(REALobject source, RBInteger mask, REALobject dest) {
     if (Debugging()) DebugLogText("ExtractBits64QVT");
     if (Debugging()) DebugLogInt32("mask", mask);
     if (kernels::RaisedForNil(source, "source", "Source Memoryblock is nil")) return nullptr;
@@ -89,7 +89,7 @@ REALobject AndBitsQVT(REALobject source, REALobject second, REALobject dest) {
     return AndBits(source, second, std::nullopt, dest);
 }
 
-REALobject AndBitsQVT(REALobject source, REALobject second, intptr_t mask, REALobject dest) {
+REALobject AndBitsQVT(REALobject source, REALobject second, RBInteger mask, REALobject dest) {
     return AndBits(source, second, mask, dest);
 }
 

@@ -11,10 +11,10 @@
 namespace qvt {
 
 // result = receiver & m over the whole receiver, m the low 8 bits of `mask`.
-REALobject ExtractBitsQVT(REALobject source, intptr_t mask, REALobject dest);
+REALobject ExtractBitsQVT(REALobject source, RBInteger mask, REALobject dest);
 // Over the shorter of the two blocks: result = t, receiver &= ~t and
 // second &= ~t, with t = receiver & second (& m).
 REALobject AndBitsQVT(REALobject source, REALobject second, REALobject dest);
-REALobject AndBitsQVT(REALobject source, REALobject second, intptr_t mask, REALobject dest);
+REALobject AndBitsQVT(REALobject source, REALobject second, RBInteger mask, REALobject dest);
 
 }  // namespace qvt

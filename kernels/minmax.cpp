@@ -103,13 +103,13 @@ bool PickInto(bool maximum, REALobject block, void *firstMem, void *secondMem, i
 
 }  // namespace
 
-bool MinQVT(REALobject block, void *firstMem, void *secondMem, intptr_t bitSize, bool isSigned,
-            intptr_t offsetByte, intptr_t lengthBytes) {
+bool MinQVT(REALobject block, void *firstMem, void *secondMem, RBInteger bitSize, bool isSigned,
+            RBInteger offsetByte, RBInteger lengthBytes) {
     return PickInto(false, block, firstMem, secondMem, bitSize, isSigned, offsetByte, lengthBytes);
 }
 
-bool MaxQVT(REALobject block, void *firstMem, void *secondMem, intptr_t bitSize, bool isSigned,
-            intptr_t offsetByte, intptr_t lengthBytes) {
+bool MaxQVT(REALobject block, void *firstMem, void *secondMem, RBInteger bitSize, bool isSigned,
+            RBInteger offsetByte, RBInteger lengthBytes) {
     return PickInto(true, block, firstMem, secondMem, bitSize, isSigned, offsetByte, lengthBytes);
 }
 

@@ -12,9 +12,9 @@ namespace qvt {
 
 // False for an unsupported `bitSize` and after a raise; true otherwise, also
 // for an empty range.
-bool MinQVT(REALobject block, void *firstMem, void *secondMem, intptr_t bitSize, bool isSigned,
-            intptr_t offsetByte, intptr_t lengthBytes);
-bool MaxQVT(REALobject block, void *firstMem, void *secondMem, intptr_t bitSize, bool isSigned,
-            intptr_t offsetByte, intptr_t lengthBytes);
+bool MinQVT(REALobject block, void *firstMem, void *secondMem, RBInteger bitSize, bool isSigned,
+            RBInteger offsetByte, RBInteger lengthBytes);
+bool MaxQVT(REALobject block, void *firstMem, void *secondMem, RBInteger bitSize, bool isSigned,
+            RBInteger offsetByte, RBInteger lengthBytes);
 
 }  // namespace qvt

@@ -307,13 +307,13 @@ void Multiply(REALobject block, double factor, intptr_t offsetByte, intptr_t len
 
 }  // namespace
 
-void MultiplyUInt8QVT(REALobject block, double factor, intptr_t offsetByte, intptr_t lengthBytes,
-                      intptr_t multiplyOnlyOver) {
+void MultiplyUInt8QVT(REALobject block, double factor, RBInteger offsetByte, RBInteger lengthBytes,
+                      RBInteger multiplyOnlyOver) {
     Multiply(block, factor, offsetByte, lengthBytes, multiplyOnlyOver, &ScaleBytes, 1);
 }
 
-void MultiplyUInt16QVT(REALobject block, double factor, intptr_t offsetByte, intptr_t lengthBytes,
-                       intptr_t multiplyOnlyOver) {
+void MultiplyUInt16QVT(REALobject block, double factor, RBInteger offsetByte, RBInteger lengthBytes,
+                       RBInteger multiplyOnlyOver) {
     Multiply(block, factor, offsetByte, lengthBytes, multiplyOnlyOver, &ScaleSamples, 2);
 }
 

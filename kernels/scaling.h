@@ -11,9 +11,9 @@
 
 namespace qvt {
 
-void MultiplyUInt8QVT(REALobject block, double factor, intptr_t offsetByte, intptr_t lengthBytes,
-                      intptr_t multiplyOnlyOver);
-void MultiplyUInt16QVT(REALobject block, double factor, intptr_t offsetByte, intptr_t lengthBytes,
-                       intptr_t multiplyOnlyOver);
+void MultiplyUInt8QVT(REALobject block, double factor, RBInteger offsetByte, RBInteger lengthBytes,
+                      RBInteger multiplyOnlyOver);
+void MultiplyUInt16QVT(REALobject block, double factor, RBInteger offsetByte, RBInteger lengthBytes,
+                       RBInteger multiplyOnlyOver);
 
 }  // namespace qvt

@@ -60,8 +60,8 @@ void ConvertTable(REALobject block, intptr_t offsetByte, intptr_t z, REALobject 
 
 }  // namespace
 
-void CalcLogSweepTableQVT(REALobject block, intptr_t offsetByte, intptr_t z, intptr_t lw1,
-                          intptr_t lw2, double t) {
+void CalcLogSweepTableQVT(REALobject block, RBInteger offsetByte, RBInteger z, RBInteger lw1,
+                          RBInteger lw2, double t) {
     if (kernels::RaisedForNilReceiver(block)) return;
     const double l = std::log(static_cast<double>(lw2) / static_cast<double>(lw1));
     const double product = static_cast<double>(lw1) * kTwoPiGiven;
@@ -84,7 +84,7 @@ void CalcLogSweepTableQVT(REALobject block, intptr_t offsetByte, intptr_t z, int
     }
 }
 
-void ConvertPolarToCartesian(REALobject block, intptr_t offsetByte, intptr_t z,
+void ConvertPolarToCartesian(REALobject block, RBInteger offsetByte, RBInteger z,
                              REALobject polarData) {
     ConvertTable(block, offsetByte, z, polarData, [](Entry polar) {
         const double angle = static_cast<double>(polar.b);
@@ -94,7 +94,7 @@ void ConvertPolarToCartesian(REALobject block, intptr_t offsetByte, intptr_t z,
     });
 }
 
-void ConvertCartesianToPolar(REALobject block, intptr_t offsetByte, intptr_t z,
+void ConvertCartesianToPolar(REALobject block, RBInteger offsetByte, RBInteger z,
                              REALobject cartesianData) {
     ConvertTable(block, offsetByte, z, cartesianData, [](Entry point) {
         const float yy = point.b * point.b;

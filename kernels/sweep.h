@@ -12,11 +12,11 @@
 
 namespace qvt {
 
-void CalcLogSweepTableQVT(REALobject block, intptr_t offsetByte, intptr_t z, intptr_t lw1,
-                          intptr_t lw2, double t);
-void ConvertPolarToCartesian(REALobject block, intptr_t offsetByte, intptr_t z,
+void CalcLogSweepTableQVT(REALobject block, RBInteger offsetByte, RBInteger z, RBInteger lw1,
+                          RBInteger lw2, double t);
+void ConvertPolarToCartesian(REALobject block, RBInteger offsetByte, RBInteger z,
                              REALobject polarData);
-void ConvertCartesianToPolar(REALobject block, intptr_t offsetByte, intptr_t z,
+void ConvertCartesianToPolar(REALobject block, RBInteger offsetByte, RBInteger z,
                              REALobject cartesianData);
 
 }  // namespace qvt

@@ -1,5 +1,6 @@
 #include "kernels/width.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstring>
@@ -135,7 +136,7 @@ bool IsShiftValue(uint32_t value) {
     return value >= 2 && value <= 16384 && std::has_single_bit(value);
 }
 
-void Widen(uint8_t *dest, const uint8_t *source, std::size_t count, int32_t divisor) {
+void Widen(uint8_t *dest, const uint8_t *source, std::size_t count, RBInteger divisor) {
     // Only the low 16 bits of the factor reach the wrapped product.
     const uint16_t factor = static_cast<uint16_t>(divisor);
     if (factor == 0) {
@@ -149,8 +150,11 @@ void Widen(uint8_t *dest, const uint8_t *source, std::size_t count, int32_t divi
 
 // Any other divisor multiplies by its reciprocal, which gives the quotient
 // exactly for every 16-bit sample, and so goes by blocks like the others.
-void Narrow(uint8_t *dest, const uint8_t *source, std::size_t count, int32_t divisor) {
-    const auto by = static_cast<uint32_t>(divisor);
+void Narrow(uint8_t *dest, const uint8_t *source, std::size_t count, RBInteger divisor) {
+    // Read unsigned; any divisor past 65535 gives 0 for every sample, as
+    // the largest 32-bit one does.
+    const auto by =
+        static_cast<uint32_t>(std::min<uintptr_t>(static_cast<uintptr_t>(divisor), UINT32_MAX));
     if (by == 0) {
         ClearMemory(dest, static_cast<int64_t>(count));
     } else if (IsShiftValue(by)) {
@@ -165,7 +169,7 @@ void Narrow(uint8_t *dest, const uint8_t *source, std::size_t count, int32_t div
 struct Direction {
     const char *start;
     const char *end;
-    void (*convert)(uint8_t *dest, const uint8_t *source, std::size_t count, int32_t divisor);
+    void (*convert)(uint8_t *dest, const uint8_t *source, std::size_t count, RBInteger divisor);
 };
 
 constexpr Direction kWiden{"CopyByteToUShortQVT start", "CopyByteToUShortQVT end", &Widen};
@@ -174,20 +178,16 @@ constexpr Direction kNarrow{"CopyUShortToByteQVT start", "CopyUShortToByteQVT en
 // Both directions raise for a nil block. Widening could return silently
 // instead; a nil block is the caller's mistake either way, so the two
 // report it alike.
-void Copy(const Direction &direction, REALobject source, REALobject dest, intptr_t sourceOffset,
-          intptr_t destinationOffset, intptr_t byteCount, intptr_t divisor) {
-    // Offsets, count and divisor count as 32-bit numbers on every build.
-    const auto sourceAt = static_cast<int32_t>(sourceOffset);
-    const auto destAt = static_cast<int32_t>(destinationOffset);
-    const auto count = static_cast<int32_t>(byteCount);
-    const auto by = static_cast<int32_t>(divisor);
+void Copy(const Direction &direction, REALobject source, REALobject dest, RBInteger sourceOffset,
+          RBInteger destinationOffset, RBInteger byteCount, RBInteger divisor) {
     if (Debugging()) DebugLogText(direction.start);
     if (Debugging()) DebugLogPointer("source", source);
     if (Debugging()) DebugLogPointer("dest", dest);
-    if (Debugging()) DebugLogInt32("SourceOffset", sourceAt);
-    if (Debugging()) DebugLogInt32("DestinationOffset", destAt);
-    if (Debugging()) DebugLogInt32("ByteCount", count);
-    if (Debugging()) DebugLogInt32("divisor", by);
+    // Printed whole: a 32-bit build's lines are those of %d.
+    if (Debugging()) DebugLogInt64("SourceOffset", sourceOffset);
+    if (Debugging()) DebugLogInt64("DestinationOffset", destinationOffset);
+    if (Debugging()) DebugLogInt64("ByteCount", byteCount);
+    if (Debugging()) DebugLogInt64("divisor", divisor);
 
     if (kernels::RaisedForNil(source, "source", "Source Memoryblock is nil")) return;
     if (kernels::RaisedForNil(dest, "dest", "Destination Memoryblock is nil")) return;
@@ -196,21 +196,22 @@ void Copy(const Direction &direction, REALobject source, REALobject dest, intptr
     if (kernels::RaisedForNil(sp, "sp", "Source Memoryblock is nil")) return;
     if (kernels::RaisedForNil(dp, "dp", "Destination Memoryblock is nil")) return;
 
-    if (count > 0) {
-        direction.convert(dp + destAt, sp + sourceAt, static_cast<std::size_t>(count), by);
+    if (byteCount > 0) {
+        direction.convert(dp + destinationOffset, sp + sourceOffset,
+                          static_cast<std::size_t>(byteCount), divisor);
     }
     if (Debugging()) DebugLogText(direction.end);
 }
 
 }  // namespace
 
-void CopyByteToUShortQVT(REALobject source, REALobject dest, intptr_t sourceOffset,
-                         intptr_t destinationOffset, intptr_t byteCount, intptr_t divisor) {
+void CopyByteToUShortQVT(REALobject source, REALobject dest, RBInteger sourceOffset,
+                         RBInteger destinationOffset, RBInteger byteCount, RBInteger divisor) {
     Copy(kWiden, source, dest, sourceOffset, destinationOffset, byteCount, divisor);
 }
 
-void CopyUShortToByteQVT(REALobject source, REALobject dest, intptr_t sourceOffset,
-                         intptr_t destinationOffset, intptr_t byteCount, intptr_t divisor) {
+void CopyUShortToByteQVT(REALobject source, REALobject dest, RBInteger sourceOffset,
+                         RBInteger destinationOffset, RBInteger byteCount, RBInteger divisor) {
     Copy(kNarrow, source, dest, sourceOffset, destinationOffset, byteCount, divisor);
 }
 

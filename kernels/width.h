@@ -12,12 +12,12 @@
 namespace qvt {
 
 // dest16[i] = source8[i] * divisor, wrapping at 16 bits.
-void CopyByteToUShortQVT(REALobject source, REALobject dest, intptr_t sourceOffset,
-                         intptr_t destinationOffset, intptr_t byteCount, intptr_t divisor);
+void CopyByteToUShortQVT(REALobject source, REALobject dest, RBInteger sourceOffset,
+                         RBInteger destinationOffset, RBInteger byteCount, RBInteger divisor);
 // dest8[i] = source16[i] / divisor (unsigned, cut off, low 8 bits kept);
 // a divisor of 0 clears the destination range.
-void CopyUShortToByteQVT(REALobject source, REALobject dest, intptr_t sourceOffset,
-                         intptr_t destinationOffset, intptr_t byteCount, intptr_t divisor);
+void CopyUShortToByteQVT(REALobject source, REALobject dest, RBInteger sourceOffset,
+                         RBInteger destinationOffset, RBInteger byteCount, RBInteger divisor);
 
 namespace kernels {
 

@@ -58,7 +58,7 @@ void *AddressPtrQVT(REALobject block, int64_t offset) {
     return reinterpret_cast<void *>(AddressAt(block, offset));
 }
 
-REALstring OSTypeQVT(REALobject block, intptr_t offset) {
+REALstring OSTypeQVT(REALobject block, RBInteger offset) {
     const Place place = PlaceAt(block, offset);
     if (!place.at || place.room < kCodeBytes) return nullptr;
     uint32_t code;
@@ -66,14 +66,14 @@ REALstring OSTypeQVT(REALobject block, intptr_t offset) {
     return OSTypeToString(code);
 }
 
-void OSTypeQVT(REALobject block, intptr_t offset, REALstring value) {
+void OSTypeQVT(REALobject block, RBInteger offset, REALstring value) {
     const Place place = PlaceAt(block, offset);
     if (!place.at || place.room < kCodeBytes) return;
     const uint32_t code = StringToOSType(value);
     std::memcpy(place.at, &code, sizeof code);
 }
 
-REALstring GetStringQVT(REALobject block, intptr_t offset, intptr_t numBytes) {
+REALstring GetStringQVT(REALobject block, RBInteger offset, RBInteger numBytes) {
     if (numBytes < 0) return nullptr;
     const Place place = PlaceAt(block, offset);
     if (!place.at) return nullptr;
@@ -82,7 +82,7 @@ REALstring GetStringQVT(REALobject block, intptr_t offset, intptr_t numBytes) {
                                   hostabi::kEncodingUnknown);
 }
 
-void SetStringQVT(REALobject block, REALstring str, intptr_t offset) {
+void SetStringQVT(REALobject block, REALstring str, RBInteger offset) {
     const Place place = PlaceAt(block, offset);
     rbData source(str);
     const int64_t count = std::min(static_cast<int64_t>(source.size), place.room);

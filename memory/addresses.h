@@ -15,12 +15,12 @@ void *AddressPtrQVT(REALobject block, int64_t offset);
 
 // The four-character code at `offset`, a 32-bit number in native order with
 // the first character highest. Nil, or nothing written, unless 4 bytes fit.
-REALstring OSTypeQVT(REALobject block, intptr_t offset);
-void OSTypeQVT(REALobject block, intptr_t offset, REALstring value);
+REALstring OSTypeQVT(REALobject block, RBInteger offset);
+void OSTypeQVT(REALobject block, RBInteger offset, REALstring value);
 
 // The bytes, clipped to the block, as a string of unknown encoding.
-REALstring GetStringQVT(REALobject block, intptr_t offset, intptr_t numBytes);
+REALstring GetStringQVT(REALobject block, RBInteger offset, RBInteger numBytes);
 // The string's bytes as they are, clipped to the block; nothing else written.
-void SetStringQVT(REALobject block, REALstring str, intptr_t offset);
+void SetStringQVT(REALobject block, REALstring str, RBInteger offset);
 
 }  // namespace qvt

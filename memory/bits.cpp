@@ -25,7 +25,7 @@ bool BitReachable(const rbData &block, uint64_t bit, const char *method) {
 
 }  // namespace
 
-intptr_t GetBitQVT(REALobject block, uint64_t bit) {
+RBInteger GetBitQVT(REALobject block, uint64_t bit) {
     rbData bytes(block, 0, 0);
     if (!BitReachable(bytes, bit, "GetBitQVT")) return 0;
     return (bytes.data[bit / 8] >> (7 - bit % 8)) & 1;
@@ -33,7 +33,7 @@ intptr_t GetBitQVT(REALobject block, uint64_t bit) {
 
 bool IsBitSetQVT(REALobject block, uint64_t bit) { return GetBitQVT(block, bit) != 0; }
 
-void SetBitQVT(REALobject block, uint64_t bit, intptr_t value) {
+void SetBitQVT(REALobject block, uint64_t bit, RBInteger value) {
     rbData bytes(block, 0, 0);
     if (!BitReachable(bytes, bit, "SetBitQVT")) return;
     const unsigned shift = 7 - bit % 8;

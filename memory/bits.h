@@ -8,11 +8,11 @@
 
 namespace qvt {
 
-intptr_t GetBitQVT(REALobject block, uint64_t bit);
+RBInteger GetBitQVT(REALobject block, uint64_t bit);
 bool IsBitSetQVT(REALobject block, uint64_t bit);
 // ORs the whole shifted `value` in after clearing the bit, so values other
 // than 0 and 1 can set more significant bits of the same byte.
-void SetBitQVT(REALobject block, uint64_t bit, intptr_t value);
+void SetBitQVT(REALobject block, uint64_t bit, RBInteger value);
 void SetBitQVT(REALobject block, uint64_t bit);
 void SetBitQVT(REALobject block, uint64_t bit, bool value);
 void ClearBitQVT(REALobject block, uint64_t bit);

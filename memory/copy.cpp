@@ -19,14 +19,14 @@ void Move(uint8_t *dest, const uint8_t *source, intptr_t numBytes) {
 
 }  // namespace
 
-void CopyBytesQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, intptr_t destOfs) {
+void CopyBytesQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, RBInteger destOfs) {
     uint8_t *data = BytesOf(block);
     if (!data) return;
     Move(data + destOfs, data + srcOfs, numBytes);
 }
 
-void CopyBytesQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, REALobject destBlk,
-                  intptr_t destOfs) {
+void CopyBytesQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, REALobject destBlk,
+                  RBInteger destOfs) {
     if (!block || !destBlk) return;
     const uint8_t *source = BytesOf(block);
     uint8_t *dest = BytesOf(destBlk);
@@ -34,20 +34,20 @@ void CopyBytesQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, REALobje
     Move(dest + destOfs, source + srcOfs, numBytes);
 }
 
-void CopyBytesToMacPtrQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, void *destPtr) {
+void CopyBytesToMacPtrQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, void *destPtr) {
     const uint8_t *data = BytesOf(block);
     if (!data) return;
     Move(static_cast<uint8_t *>(destPtr), data + srcOfs, numBytes);
 }
 
-void CopyBytesFromMacPtrQVT(REALobject block, void *srcPtr, intptr_t numBytes, intptr_t destOfs) {
+void CopyBytesFromMacPtrQVT(REALobject block, void *srcPtr, RBInteger numBytes, RBInteger destOfs) {
     uint8_t *data = BytesOf(block);
     if (!data) return;
     Move(data + destOfs, static_cast<const uint8_t *>(srcPtr), numBytes);
 }
 
-void CopyBytesToMacHandleQVT(REALobject, intptr_t, intptr_t, intptr_t) {}
+void CopyBytesToMacHandleQVT(REALobject, RBInteger, RBInteger, RBInteger) {}
 
-void CopyBytesFromMacHandleQVT(REALobject, intptr_t, intptr_t, intptr_t) {}
+void CopyBytesFromMacHandleQVT(REALobject, RBInteger, RBInteger, RBInteger) {}
 
 }  // namespace qvt

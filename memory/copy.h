@@ -10,17 +10,17 @@
 
 namespace qvt {
 
-void CopyBytesQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, intptr_t destOfs);
+void CopyBytesQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, RBInteger destOfs);
 // Nothing happens when either block is nil or has no memory.
-void CopyBytesQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, REALobject destBlk,
-                  intptr_t destOfs);
-void CopyBytesToMacPtrQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, void *destPtr);
-void CopyBytesFromMacPtrQVT(REALobject block, void *srcPtr, intptr_t numBytes, intptr_t destOfs);
+void CopyBytesQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, REALobject destBlk,
+                  RBInteger destOfs);
+void CopyBytesToMacPtrQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, void *destPtr);
+void CopyBytesFromMacPtrQVT(REALobject block, void *srcPtr, RBInteger numBytes, RBInteger destOfs);
 
 // Handles don't exist here: these accept anything and touch nothing.
-void CopyBytesToMacHandleQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes,
-                             intptr_t destHandle);
-void CopyBytesFromMacHandleQVT(REALobject block, intptr_t srcHandle, intptr_t numBytes,
-                               intptr_t destOfs);
+void CopyBytesToMacHandleQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes,
+                             RBInteger destHandle);
+void CopyBytesFromMacHandleQVT(REALobject block, RBInteger srcHandle, RBInteger numBytes,
+                               RBInteger destOfs);
 
 }  // namespace qvt

@@ -64,25 +64,25 @@ template void SwapGroups<4>(uint8_t *, std::size_t);
 
 #define QVT_DEFINE_ENDIAN(name, T, from, to)                                     \
     T name(T n) { return ConvertValue<T, ByteOrder::from, ByteOrder::to>(n); }   \
-    void name(REALobject block, intptr_t offset, intptr_t count) {               \
+    void name(REALobject block, RBInteger offset, RBInteger count) {             \
         ConvertInPlace<T, ByteOrder::from, ByteOrder::to>(block, offset, count); \
     }
 QVT_ENDIAN_NAMES(QVT_DEFINE_ENDIAN)
 #undef QVT_DEFINE_ENDIAN
 
-void SwapBytesQVT(REALobject block, intptr_t offset, intptr_t numBytes) {
+void SwapBytesQVT(REALobject block, RBInteger offset, RBInteger numBytes) {
     intptr_t length = 0;
     if (uint8_t *range = ClippedRange(block, offset, numBytes, length)) MirrorByteRange(range, length);
 }
 
-void SwapBytes16QVT(REALobject block, intptr_t offset, intptr_t numBytes) {
+void SwapBytes16QVT(REALobject block, RBInteger offset, RBInteger numBytes) {
     intptr_t length = 0;
     if (uint8_t *range = ClippedRange(block, offset, numBytes, length)) {
         SwapGroups<2>(range, static_cast<std::size_t>(length) / 2);
     }
 }
 
-void SwapBytes32QVT(REALobject block, intptr_t offset, intptr_t numBytes) {
+void SwapBytes32QVT(REALobject block, RBInteger offset, RBInteger numBytes) {
     intptr_t length = 0;
     if (uint8_t *range = ClippedRange(block, offset, numBytes, length)) {
         SwapGroups<4>(range, static_cast<std::size_t>(length) / 4);

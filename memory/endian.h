@@ -112,14 +112,14 @@ void ConvertInPlace(REALobject block, intptr_t offset, intptr_t count) {
 // Each name is two overloads: the value form and the in-place form.
 #define QVT_DECLARE_ENDIAN(name, T, from, to) \
     T name(T n);                              \
-    void name(REALobject block, intptr_t offset, intptr_t count);
+    void name(REALobject block, RBInteger offset, RBInteger count);
 QVT_ENDIAN_NAMES(QVT_DECLARE_ENDIAN)
 #undef QVT_DECLARE_ENDIAN
 
 // The range forms: nothing for a count below 1 or a negative offset; a
 // range past the end of a block of known size is cut at the end.
-void SwapBytesQVT(REALobject block, intptr_t offset, intptr_t numBytes);
-void SwapBytes16QVT(REALobject block, intptr_t offset, intptr_t numBytes);
-void SwapBytes32QVT(REALobject block, intptr_t offset, intptr_t numBytes);
+void SwapBytesQVT(REALobject block, RBInteger offset, RBInteger numBytes);
+void SwapBytes16QVT(REALobject block, RBInteger offset, RBInteger numBytes);
+void SwapBytes32QVT(REALobject block, RBInteger offset, RBInteger numBytes);
 
 }  // namespace qvt

@@ -62,7 +62,7 @@ void InvertRun(uint8_t *at, std::size_t count) {
 
 }  // namespace
 
-void FillBytesQVT(REALobject block, intptr_t offset, intptr_t count, intptr_t value) {
+void FillBytesQVT(REALobject block, RBInteger offset, RBInteger count, RBInteger value) {
     if (!block) {
         RaiseException("NilObjectException", "memoryblock is nil", hostabi::kEncodingASCII);
         return;
@@ -82,7 +82,7 @@ void FillBytesQVT(REALobject block, intptr_t offset, intptr_t count, intptr_t va
     SetMemory(data + offset, static_cast<uint8_t>(value), n);
 }
 
-void InvertBytesQVT(REALobject block, intptr_t offset, intptr_t count) {
+void InvertBytesQVT(REALobject block, RBInteger offset, RBInteger count) {
     if (count <= 0) return;
     // No test of the range is asked for, but a write through null helps nobody.
     auto *data = static_cast<uint8_t *>(GetBlockPtr(block));

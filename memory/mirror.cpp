@@ -88,7 +88,7 @@ void MirrorByteRange(uint8_t *start, intptr_t length) {
     }
 }
 
-void MirrorBitsQVT(REALobject block, intptr_t offsetBit, intptr_t lengthBit) {
+void MirrorBitsQVT(REALobject block, RBInteger offsetBit, RBInteger lengthBit) {
     if (RaisedForNil(block)) return;
     if (lengthBit < 1) return;
     uint8_t *data = static_cast<uint8_t *>(GetBlockPtr(block));
@@ -108,7 +108,7 @@ void MirrorBitsQVT(REALobject block, intptr_t offsetBit, intptr_t lengthBit) {
     }
 }
 
-void MirrorBytesQVT(REALobject block, intptr_t offsetByte, intptr_t lengthByte) {
+void MirrorBytesQVT(REALobject block, RBInteger offsetByte, RBInteger lengthByte) {
     if (RaisedForNil(block)) return;
     intptr_t length = lengthByte;
     if (length < 0) {
@@ -121,7 +121,7 @@ void MirrorBytesQVT(REALobject block, intptr_t offsetByte, intptr_t lengthByte) 
     MirrorByteRange(static_cast<uint8_t *>(GetBlockPtr(block)) + offsetByte, length);
 }
 
-void MirrorBitsInBytesQVT(REALobject block, intptr_t offsetByte, intptr_t lengthByte) {
+void MirrorBitsInBytesQVT(REALobject block, RBInteger offsetByte, RBInteger lengthByte) {
     if (RaisedForNil(block)) return;
     if (lengthByte < 1) return;
     MirrorEachByte(static_cast<uint8_t *>(GetBlockPtr(block)) + offsetByte,

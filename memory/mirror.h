@@ -10,9 +10,9 @@ namespace qvt {
 
 // The ranges are the caller's to keep inside the block: only a nil receiver
 // is refused.
-void MirrorBitsQVT(REALobject block, intptr_t offsetBit, intptr_t lengthBit);
-void MirrorBytesQVT(REALobject block, intptr_t offsetByte, intptr_t lengthByte);
-void MirrorBitsInBytesQVT(REALobject block, intptr_t offsetByte, intptr_t lengthByte);
+void MirrorBitsQVT(REALobject block, RBInteger offsetBit, RBInteger lengthBit);
+void MirrorBytesQVT(REALobject block, RBInteger offsetByte, RBInteger lengthByte);
+void MirrorBitsInBytesQVT(REALobject block, RBInteger offsetByte, RBInteger lengthByte);
 
 // Reverses `length` bytes from `start`; `length` must be above 0.
 void MirrorByteRange(uint8_t *start, intptr_t length);

@@ -55,7 +55,7 @@ intptr_t SearchBlock(REALobject block, intptr_t srcOfs, intptr_t maxBytes, const
 
 }  // namespace
 
-intptr_t FindByteQVT(REALobject block, REALarray values, intptr_t startByteOffset) {
+RBInteger FindByteQVT(REALobject block, REALarray values, RBInteger startByteOffset) {
     if (!values) {
         RaiseException("NilObjectException", "values array is nil", hostabi::kEncodingASCII);
         return 0;
@@ -82,14 +82,15 @@ intptr_t FindByteQVT(REALobject block, REALarray values, intptr_t startByteOffse
                      valueBytes, static_cast<std::size_t>(valueCount));
 }
 
-intptr_t FindByteQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, intptr_t byteValue) {
+RBInteger FindByteQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, RBInteger byteValue) {
     const uint8_t *data = BytesOf(block);
     if (!data || numBytes <= 0) return kNotFound;
     return PositionIn(data, std::memchr(data + srcOfs, static_cast<uint8_t>(byteValue),
                                         static_cast<std::size_t>(numBytes)));
 }
 
-intptr_t FindNotByteQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, intptr_t byteValue) {
+RBInteger FindNotByteQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes,
+                         RBInteger byteValue) {
     const uint8_t *data = BytesOf(block);
     if (!data || numBytes <= 0) return kNotFound;
     const auto count = static_cast<std::size_t>(numBytes);
@@ -97,8 +98,8 @@ intptr_t FindNotByteQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, in
     return at < count ? srcOfs + static_cast<intptr_t>(at) : kNotFound;
 }
 
-bool BytesEqualQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, REALobject destBlk,
-                   intptr_t destOfs) {
+bool BytesEqualQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, REALobject destBlk,
+                   RBInteger destOfs) {
     const uint8_t *source = BytesOf(block);
     const uint8_t *dest = BytesOf(destBlk);
     if (!source || !dest) return false;
@@ -107,7 +108,7 @@ bool BytesEqualQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, REALobj
     return std::memcmp(source + srcOfs, dest + destOfs, static_cast<std::size_t>(numBytes)) == 0;
 }
 
-bool BytesZeroQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes) {
+bool BytesZeroQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes) {
     if (!block) return false;
     if (srcOfs < 0) {
         RaiseException("OutOfBoundsException", "source offset < 0", hostabi::kEncodingASCII);
@@ -123,13 +124,13 @@ bool BytesZeroQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes) {
     return scan::FirstOther(data + srcOfs, count, 0) == count;
 }
 
-intptr_t FindStringQVT(REALobject block, intptr_t srcOfs, intptr_t maxBytes, REALstring target) {
+RBInteger FindStringQVT(REALobject block, RBInteger srcOfs, RBInteger maxBytes, REALstring target) {
     rbData text(target);
     return SearchBlock(block, srcOfs, maxBytes, text.data, static_cast<intptr_t>(text.size));
 }
 
-intptr_t FindBytesQVT(REALobject block, intptr_t srcOfs, intptr_t maxBytes, REALobject target,
-                      intptr_t targOfs, intptr_t targLen) {
+RBInteger FindBytesQVT(REALobject block, RBInteger srcOfs, RBInteger maxBytes, REALobject target,
+                      RBInteger targOfs, RBInteger targLen) {
     const uint8_t *targetData = BytesOf(target);
     const auto targetSize = static_cast<intptr_t>(GetBlockSize(target));
     // Every refusal gives the same -2, so the offset is tested before it

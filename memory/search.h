@@ -14,19 +14,20 @@ inline constexpr intptr_t kBadSearchArguments = -2;
 
 // The earliest position from `startByteOffset` holding any of the values;
 // raises on a nil array or block and on an offset outside the block.
-intptr_t FindByteQVT(REALobject block, REALarray values, intptr_t startByteOffset);
+RBInteger FindByteQVT(REALobject block, REALarray values, RBInteger startByteOffset);
 
 // Offsets and counts are taken on trust: the range must lie inside the block.
-intptr_t FindByteQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, intptr_t byteValue);
-intptr_t FindNotByteQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, intptr_t byteValue);
-bool BytesEqualQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes, REALobject destBlk,
-                   intptr_t destOfs);
+RBInteger FindByteQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, RBInteger byteValue);
+RBInteger FindNotByteQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes,
+                         RBInteger byteValue);
+bool BytesEqualQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes, REALobject destBlk,
+                   RBInteger destOfs);
 // Raises only for negative numbers.
-bool BytesZeroQVT(REALobject block, intptr_t srcOfs, intptr_t numBytes);
+bool BytesZeroQVT(REALobject block, RBInteger srcOfs, RBInteger numBytes);
 
 // Clipped to the block when its size is known.
-intptr_t FindStringQVT(REALobject block, intptr_t srcOfs, intptr_t maxBytes, REALstring target);
-intptr_t FindBytesQVT(REALobject block, intptr_t srcOfs, intptr_t maxBytes, REALobject target,
-                      intptr_t targOfs, intptr_t targLen);
+RBInteger FindStringQVT(REALobject block, RBInteger srcOfs, RBInteger maxBytes, REALstring target);
+RBInteger FindBytesQVT(REALobject block, RBInteger srcOfs, RBInteger maxBytes, REALobject target,
+                      RBInteger targOfs, RBInteger targLen);
 
 }  // namespace qvt

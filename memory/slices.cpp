@@ -28,7 +28,7 @@ REALobject CopyOut(const void *data, int64_t at, int64_t count) {
 
 }  // namespace
 
-REALobject LeftQVT(REALobject block, intptr_t length) {
+REALobject LeftQVT(REALobject block, RBInteger length) {
     if (!ReceiverPresent(block)) return nullptr;
     if (length < 1) return nullptr;
     const int64_t n = std::min<int64_t>(length, GetBlockSize(block));
@@ -36,7 +36,7 @@ REALobject LeftQVT(REALobject block, intptr_t length) {
     return CopyOut(GetBlockPtr(block), 0, n);
 }
 
-REALobject RightQVT(REALobject block, intptr_t length) {
+REALobject RightQVT(REALobject block, RBInteger length) {
     if (!ReceiverPresent(block)) return nullptr;
     if (length < 1) return nullptr;
     const int64_t size = GetBlockSize(block);
@@ -45,7 +45,7 @@ REALobject RightQVT(REALobject block, intptr_t length) {
     return CopyOut(GetBlockPtr(block), size - n, n);
 }
 
-REALobject MidQVT(REALobject block, intptr_t offset) {
+REALobject MidQVT(REALobject block, RBInteger offset) {
     if (!ReceiverPresent(block)) return nullptr;
     if (offset < 0) return nullptr;
     const int64_t size = GetBlockSize(block);
@@ -53,7 +53,7 @@ REALobject MidQVT(REALobject block, intptr_t offset) {
     return CopyOut(GetBlockPtr(block), offset, size - offset);
 }
 
-REALobject MidQVT(REALobject block, intptr_t offset, intptr_t length) {
+REALobject MidQVT(REALobject block, RBInteger offset, RBInteger length) {
     if (!ReceiverPresent(block)) return nullptr;
     if (length < 1 || offset < 0) return nullptr;
     const int64_t size = GetBlockSize(block);
@@ -90,11 +90,11 @@ REALobject AppendQVT(REALobject block, REALobject other) {
     return joined;
 }
 
-REALobject NewMemoryBlockFromPtrQVT(intptr_t ptr) {
+REALobject NewMemoryBlockFromPtrQVT(RBInteger ptr) {
     return WrapPtr(reinterpret_cast<const void *>(ptr));
 }
 
-REALobject NewMemoryBlockWithBytesQVT(void *data, intptr_t size) {
+REALobject NewMemoryBlockWithBytesQVT(void *data, RBInteger size) {
     return REALBuildMemoryblock(data, static_cast<int64_t>(size));
 }
 

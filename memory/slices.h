@@ -7,14 +7,14 @@
 
 namespace qvt {
 
-REALobject MidQVT(REALobject block, intptr_t offset);
-REALobject MidQVT(REALobject block, intptr_t offset, intptr_t length);
-REALobject LeftQVT(REALobject block, intptr_t length);
-REALobject RightQVT(REALobject block, intptr_t length);
+REALobject MidQVT(REALobject block, RBInteger offset);
+REALobject MidQVT(REALobject block, RBInteger offset, RBInteger length);
+REALobject LeftQVT(REALobject block, RBInteger length);
+REALobject RightQVT(REALobject block, RBInteger length);
 REALobject AppendQVT(REALobject block, REALobject other);
-void FillBytesQVT(REALobject block, intptr_t offset, intptr_t count, intptr_t value);
-void InvertBytesQVT(REALobject block, intptr_t offset, intptr_t count);
-REALobject NewMemoryBlockFromPtrQVT(intptr_t ptr);
-REALobject NewMemoryBlockWithBytesQVT(void *data, intptr_t size);
+void FillBytesQVT(REALobject block, RBInteger offset, RBInteger count, RBInteger value);
+void InvertBytesQVT(REALobject block, RBInteger offset, RBInteger count);
+REALobject NewMemoryBlockFromPtrQVT(RBInteger ptr);
+REALobject NewMemoryBlockWithBytesQVT(void *data, RBInteger size);
 
 }  // namespace qvt

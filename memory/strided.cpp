@@ -280,9 +280,9 @@ void ExpandSpilling(uint8_t *to, const uint8_t *from, size_t count, uint32_t low
 
 }  // namespace
 
-bool CopyNthBytesQVT(REALobject block, REALobject source, intptr_t sourceOffsetBytes,
-                     intptr_t destinationOffsetBytes, intptr_t byteCount, intptr_t stepCount,
-                     intptr_t numberOfSteps) {
+bool CopyNthBytesQVT(REALobject block, REALobject source, RBInteger sourceOffsetBytes,
+                     RBInteger destinationOffsetBytes, RBInteger byteCount, RBInteger stepCount,
+                     RBInteger numberOfSteps) {
     if (RaisedForNil(block, source)) return false;
     // A negative count is outside the caller's part of the contract; it
     // copies nothing rather than reach memcpy as a huge size.
@@ -317,9 +317,9 @@ bool CopyNthBytesQVT(REALobject block, REALobject source, intptr_t sourceOffsetB
     return true;
 }
 
-bool CopyNthBitsQVT(REALobject block, REALobject source, intptr_t sourceOffsetBits,
-                    intptr_t destinationOffsetBits, intptr_t bitCount, intptr_t stepCount,
-                    intptr_t numberOfSteps) {
+bool CopyNthBitsQVT(REALobject block, REALobject source, RBInteger sourceOffsetBits,
+                    RBInteger destinationOffsetBits, RBInteger bitCount, RBInteger stepCount,
+                    RBInteger numberOfSteps) {
     if (RaisedForNil(block, source)) return false;
     BitWriter writer(Bytes(block), destinationOffsetBits);
     // With no bit to take the reader has nothing to give, and a source
@@ -343,8 +343,8 @@ bool CopyNthBitsQVT(REALobject block, REALobject source, intptr_t sourceOffsetBi
     return true;
 }
 
-bool ExpandBitsQVT(REALobject block, REALobject dest, intptr_t sourceByteCount, intptr_t lowValue,
-                   intptr_t highValue) {
+bool ExpandBitsQVT(REALobject block, REALobject dest, RBInteger sourceByteCount, RBInteger lowValue,
+                   RBInteger highValue) {
     if (sourceByteCount < 1 || !block || !dest) return false;
     const uint8_t *from = Bytes(block);
     uint8_t *to = Bytes(dest);
@@ -357,6 +357,7 @@ bool ExpandBitsQVT(REALobject block, REALobject dest, intptr_t sourceByteCount, 
     if (bytes && !kernels::Overlap(to, 8 * count, from, count)) {
         ExpandToBytes(to, from, count, static_cast<uint8_t>(lowValue), static_cast<uint8_t>(highValue));
     } else {
+        // Each group of four is one 32-bit number: higher bits of the values drop.
         ExpandSpilling(to, from, count, static_cast<uint32_t>(lowValue), static_cast<uint32_t>(highValue));
     }
     return true;

@@ -11,17 +11,17 @@ namespace qvt {
 
 // The receiver is the destination. `stepCount` is the distance from one run
 // to the next in the source, with its sign.
-bool CopyNthBytesQVT(REALobject block, REALobject source, intptr_t sourceOffsetBytes,
-                     intptr_t destinationOffsetBytes, intptr_t byteCount, intptr_t stepCount,
-                     intptr_t numberOfSteps);
+bool CopyNthBytesQVT(REALobject block, REALobject source, RBInteger sourceOffsetBytes,
+                     RBInteger destinationOffsetBytes, RBInteger byteCount, RBInteger stepCount,
+                     RBInteger numberOfSteps);
 // The receiver is the destination. `stepCount` is the gap skipped after each
 // run; destination bytes are written whole, with 0 in the bits not copied.
-bool CopyNthBitsQVT(REALobject block, REALobject source, intptr_t sourceOffsetBits,
-                    intptr_t destinationOffsetBits, intptr_t bitCount, intptr_t stepCount,
-                    intptr_t numberOfSteps);
+bool CopyNthBitsQVT(REALobject block, REALobject source, RBInteger sourceOffsetBits,
+                    RBInteger destinationOffsetBits, RBInteger bitCount, RBInteger stepCount,
+                    RBInteger numberOfSteps);
 // The receiver is the source, read in whole groups of 4 bytes. Values beyond
 // a byte spill into the following bytes of the same group of four.
-bool ExpandBitsQVT(REALobject block, REALobject dest, intptr_t sourceByteCount, intptr_t lowValue,
-                   intptr_t highValue);
+bool ExpandBitsQVT(REALobject block, REALobject dest, RBInteger sourceByteCount, RBInteger lowValue,
+                   RBInteger highValue);
 
 }  // namespace qvt

@@ -26,6 +26,14 @@ bool Transcode(const char *from, const char *to, std::string_view in, std::size_
 // Sets a variable of this process's environment, or removes it for nil.
 void SetEnvironment(const char *name, const char *value);
 
+// Address space with no memory behind it, reserved whole and made usable a
+// range at a time (rounded out to pages), so a block can reach past 4 GiB
+// while costing a few pages. Null and false where the platform offers none
+// here: Windows and 32-bit builds.
+void *ReserveAddressSpace(std::size_t bytes);
+bool CommitAddressRange(void *at, std::size_t bytes);
+void ReleaseAddressSpace(void *base, std::size_t bytes);
+
 #if defined(_WIN32)
 // The debugger channel (OutputDebugString) reaches a debugger, not standard
 // error. This stands in for one until Take: each line kept as it came, with

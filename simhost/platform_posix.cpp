@@ -1,5 +1,7 @@
 #include <dlfcn.h>
 #include <iconv.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -73,6 +75,23 @@ void SetEnvironment(const char *name, const char *value) {
     } else {
         unsetenv(name);
     }
+}
+
+void *ReserveAddressSpace(std::size_t bytes) {
+    if constexpr (sizeof(void *) < 8) return nullptr;
+    void *base = mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    return base == MAP_FAILED ? nullptr : base;
+}
+
+bool CommitAddressRange(void *at, std::size_t bytes) {
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto first = reinterpret_cast<uintptr_t>(at) / page * page;
+    const auto end = (reinterpret_cast<uintptr_t>(at) + bytes + page - 1) / page * page;
+    return mprotect(reinterpret_cast<void *>(first), end - first, PROT_READ | PROT_WRITE) == 0;
+}
+
+void ReleaseAddressSpace(void *base, std::size_t bytes) {
+    if (base != nullptr) munmap(base, bytes);
 }
 
 }  // namespace simhost::platform

@@ -254,6 +254,10 @@ std::string AnsiText(std::u16string_view text) {
     return narrow;
 }
 
+void *ReserveAddressSpace(std::size_t) { return nullptr; }
+bool CommitAddressRange(void *, std::size_t) { return false; }
+void ReleaseAddressSpace(void *, std::size_t) {}
+
 void StartDebuggerCapture() {
     Capture &c = TheCapture();
     std::lock_guard lock(c.mutex);
