@@ -42,7 +42,6 @@ struct Operands {
     REALobject a = nullptr;
     REALobject b = nullptr;
     REALobject instance = nullptr;
-    uint8_t *pa = nullptr;
     uint8_t *pb = nullptr;
     std::vector<uint8_t> bytes;  // a copy of a's for the plain expression
     int64_t field = 0;           // the plain accessor's field
@@ -253,7 +252,6 @@ Operands Setup(const CallRow &row, bool logCalls = false) {
     bytes[15] = kNeedle;
     c.a = simhost::NewBlock(bytes);
     c.b = simhost::NewBlock(bytes);
-    c.pa = simhost::Bytes(c.a).data();
     c.pb = simhost::Bytes(c.b).data();
     c.bytes = bytes;
     c.field = kBlock;
@@ -308,12 +306,14 @@ void Time(benchmark::State &state, const CallRow &row, Run run) {
 
 // Each row's host entries as the host logs them for one call, against the
 // entries it times alone: a difference would make the subtraction wrong.
-void CheckEntries(const CallRow &row) {
+// False when the method is not there to time.
+bool CheckEntries(const CallRow &row) {
     Operands c = Setup(row, true);
     if (!c.method) {
         benchmark::AddCustomContext(std::string("missing: ") + row.name, "not registered under its declaration");
         std::fprintf(stderr, "not registered: %s\n", row.name);
-        return;
+        Teardown(c);
+        return false;
     }
     simhost::ClearCalls();
     row.method(HostEntries(), c);
@@ -324,6 +324,7 @@ void CheckEntries(const CallRow &row) {
         benchmark::AddCustomContext(std::string("wrong: ") + row.name, "host entries " + made + " not " + row.entries);
         std::fprintf(stderr, "host entries of %s: %s, not %s\n", row.name, made.c_str(), row.entries);
     }
+    return true;
 }
 
 }  // namespace
@@ -331,7 +332,7 @@ void CheckEntries(const CallRow &row) {
 void RegisterCallRows() {
     FindFunctions();
     for (const CallRow &row : kRows) {
-        CheckEntries(row);
+        if (!CheckEntries(row)) continue;
         for (auto [kind, run] : {std::pair{"call|", row.method}, {"callhost|", row.host}, {"callplain|", row.plain}}) {
             if (!run) continue;
             const std::string name = kind + std::string(row.name) + "|" + std::to_string(row.bytes);
