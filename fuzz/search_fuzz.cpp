@@ -143,9 +143,10 @@ void RunOne(FuzzedDataProvider &in, World &world) {
     PickBlocksAndRange(in, world, x);
     x.c = in.ConsumeBool() ? Around(in, 0) : Around(in, 'A');
     x.d = Around(in, static_cast<int64_t>(x.other->extent) - x.c);
-    // Targets and values are short and often taken from the block itself,
-    // so that something is found.
-    const auto length = in.ConsumeIntegralInRange<std::size_t>(0, 6);
+    // Targets and values are often taken from the block itself, so that
+    // something is found; mostly short, at times long enough to be picked
+    // from far into the target.
+    const auto length = in.ConsumeIntegralInRange<std::size_t>(0, in.ConsumeBool() ? 6 : 40);
     if (in.ConsumeBool() && x.block->data != nullptr && length <= x.block->extent) {
         const std::size_t at = in.ConsumeIntegralInRange<std::size_t>(0, x.block->extent - length);
         x.values.assign(x.block->data + at, x.block->data + at + length);
