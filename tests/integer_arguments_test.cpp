@@ -122,7 +122,6 @@ struct Row {
     std::function<std::string(REALobject, RBInteger)> call;
     std::array<const char *, 5> outcomes;
 };
-using Call = std::function<std::string(REALobject, RBInteger)>;
 
 // In-place byte order conversions, every one of them.
 #define QVT_IN_PLACE(name, T, from, to) static_cast<void (*)(REALobject, RBInteger, RBInteger)>(&name),
