@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "simhost/platform.h"
 #include "simhost/state.h"
 
 namespace simhost::detail {
@@ -14,6 +15,8 @@ constexpr uint8_t kGuardByte = 0xA5;
 // Ended blocks keep their memory, so late writes land somewhere harmless;
 // only large ones give it back.
 constexpr RBInteger kKeptAfterEnd = 1 << 20;
+// From here on a block is worth large pages (numpy draws the line here too).
+constexpr std::size_t kLargePages = 4 << 20;
 
 bool GuardIntact(const uint8_t *p) {
     for (std::size_t i = 0; i < kGuard; ++i) {
@@ -30,6 +33,7 @@ std::unique_ptr<uint8_t, FreeDeleter> NewBlockMemory(RBInteger size) {
     // calloc: large blocks stay untouched, and so cheap, until used.
     std::unique_ptr<uint8_t, FreeDeleter> raw(static_cast<uint8_t *>(std::calloc(total, 1)));
     if (raw == nullptr) return nullptr;
+    if (total >= kLargePages) platform::AdviseLargePages(raw.get(), total);
     std::memset(raw.get(), kGuardByte, kGuard);
     std::memset(raw.get() + kGuard + size, kGuardByte, kGuard);
     return raw;

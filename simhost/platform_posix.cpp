@@ -94,4 +94,13 @@ void ReleaseAddressSpace(void *base, std::size_t bytes) {
     if (base != nullptr) munmap(base, bytes);
 }
 
+void AdviseLargePages([[maybe_unused]] void *at, [[maybe_unused]] std::size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto first = (reinterpret_cast<uintptr_t>(at) + page - 1) / page * page;
+    const auto end = (reinterpret_cast<uintptr_t>(at) + bytes) / page * page;
+    if (end > first) madvise(reinterpret_cast<void *>(first), end - first, MADV_HUGEPAGE);
+#endif
+}
+
 }  // namespace simhost::platform

@@ -258,6 +258,8 @@ void *ReserveAddressSpace(std::size_t) { return nullptr; }
 bool CommitAddressRange(void *, std::size_t) { return false; }
 void ReleaseAddressSpace(void *, std::size_t) {}
 
+void AdviseLargePages(void *, std::size_t) {}
+
 void StartDebuggerCapture() {
     Capture &c = TheCapture();
     std::lock_guard lock(c.mutex);
