@@ -31,3 +31,19 @@
 #if defined(__x86_64__) && defined(__ELF__) && (defined(__GNUC__) || defined(__clang__))
 #define QVT_X86_TARGETS 1
 #endif
+
+#include <cstdint>
+
+namespace qvt::kernels {
+
+// The top half of v * m + addend, all three 16-bit: the carry out of the
+// low half comes from a compare, so a loop built on it stays in 16-bit
+// lanes, eight to a 128-bit vector, with no widening.
+[[gnu::always_inline]] inline uint16_t HighOfProduct16(uint16_t v, uint16_t m, uint16_t addend) {
+    const auto upper = static_cast<uint16_t>((uint32_t{v} * m) >> 16);
+    const auto lower = static_cast<uint16_t>(uint32_t{v} * m);
+    const auto sum = static_cast<uint16_t>(lower + addend);
+    return static_cast<uint16_t>(upper + (sum < lower ? 1 : 0));
+}
+
+}  // namespace qvt::kernels

@@ -159,11 +159,9 @@ struct ByFactor {
 struct OnLine {
     uint16_t whole, high, low;
     uint16_t operator()(uint16_t v) const {
-        const auto upper = static_cast<uint16_t>((uint32_t{v} * high) >> 16);
-        const auto lower = static_cast<uint16_t>(uint32_t{v} * high);
-        const auto sum = static_cast<uint16_t>(lower + ((uint32_t{v} * low) >> 16));
         const auto times = static_cast<uint16_t>(uint32_t{v} * whole);
-        return static_cast<uint16_t>(times + upper + (sum < lower ? 1 : 0));
+        const auto fraction = static_cast<uint16_t>((uint32_t{v} * low) >> 16);
+        return static_cast<uint16_t>(times + kernels::HighOfProduct16(v, high, fraction));
     }
 };
 

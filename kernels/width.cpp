@@ -70,10 +70,7 @@ struct Over {
           addend(r.add != 0 || r.multiplier == 0x10000 ? multiplier : 0),
           down(static_cast<uint16_t>(r.shift <= 16 ? 0 : 0x10000u >> (r.shift - 16))) {}
     uint8_t operator()(uint16_t s) const {
-        const auto upper = static_cast<uint16_t>((uint32_t{s} * multiplier) >> 16);
-        const auto lower = static_cast<uint16_t>(uint32_t{s} * multiplier);
-        const auto sum = static_cast<uint16_t>(lower + addend);
-        const auto top = static_cast<uint16_t>(upper + (sum < lower ? 1 : 0));
+        const uint16_t top = kernels::HighOfProduct16(s, multiplier, addend);
         const auto shifted = static_cast<uint16_t>((uint32_t{top} * down) >> 16);
         return static_cast<uint8_t>(down == 0 ? top : shifted);
     }

@@ -137,17 +137,14 @@ void UpdatePlain();
 inline bool PlainHost() { return gLockFree.plain.load(std::memory_order_relaxed); }
 
 // The live record of `handle` for a lock-free entry, or nullptr.
-inline ObjectRecord *FastObject(const void *handle) {
+template <typename Record>
+Record *FastRecord(const HandleIndex<Record> &index, const void *handle) {
     if (!PlainHost() || handle == nullptr) return nullptr;
-    ObjectRecord *o = gLockFree.objects.Find(handle);
-    return o != nullptr && !o->ended.load(std::memory_order_relaxed) ? o : nullptr;
+    Record *r = index.Find(handle);
+    return r != nullptr && !r->ended.load(std::memory_order_relaxed) ? r : nullptr;
 }
-
-inline StringRecord *FastString(const void *handle) {
-    if (!PlainHost() || handle == nullptr) return nullptr;
-    StringRecord *s = gLockFree.strings.Find(handle);
-    return s != nullptr && !s->ended.load(std::memory_order_relaxed) ? s : nullptr;
-}
+inline ObjectRecord *FastObject(const void *handle) { return FastRecord(gLockFree.objects, handle); }
+inline StringRecord *FastString(const void *handle) { return FastRecord(gLockFree.strings, handle); }
 
 // Reference changes without the lock, for a plain host. They refuse (false)
 // whatever the locked path must see: an ended record, and the client's last
