@@ -29,8 +29,11 @@ struct Found {
 void Print(const Found &found, std::ostream &out) {
     for (const std::string &declaration : found.entry->declarations) out << declaration << "\n";
     out << found.entry->body;
-    out << "(" << found.page->title << ", " << found.page->name
-        << "; the page's head gives the rules its entries share)\n";
+}
+
+// The rules an entry leans on, and where its examples are.
+void PrintFamily(const reference::Page &page, std::ostream &out) {
+    out << "\n" << page.title << " (" << page.name << ", with examples):\n" << page.head;
 }
 
 }  // namespace
@@ -80,16 +83,19 @@ int Help(const std::vector<std::string> &words, const std::vector<reference::Pag
         out << "\n";
         return kNotFound;
     }
-    // Overloads share an entry: print each entry once.
+    // Overloads share an entry: print each entry once, then each page's rules.
     const reference::Entry *last = nullptr;
-    bool first = true;
+    std::vector<const reference::Page *> shown;
     for (std::size_t i : hits) {
         if (all[i].entry == last) continue;
+        if (last != nullptr) out << "\n";
         last = all[i].entry;
-        if (!first) out << "\n";
-        first = false;
         Print(all[i], out);
+        if (std::find(shown.begin(), shown.end(), all[i].page) == shown.end()) {
+            shown.push_back(all[i].page);
+        }
     }
+    for (const reference::Page *page : shown) PrintFamily(*page, out);
     return kClean;
 }
 

@@ -48,11 +48,13 @@ std::string Joined(const std::vector<std::string_view> &lines, std::size_t from,
 // Reads a page line by line; fences hide headings.
 class Reader {
 public:
-    Reader(Page &page, std::string_view text) : page_(page), lines_(Lines(text)) {}
+    Reader(Page &page, std::string_view text)
+        : page_(page), lines_(Lines(text)), example_(lines_.size(), false) {}
 
     void Run() {
         std::size_t bodyFrom = 0;
         bool inBody = false;
+        std::optional<std::size_t> headFrom;
         for (i_ = 0; i_ < lines_.size(); ++i_) {
             const std::string_view line = lines_[i_];
             if (line.starts_with("```")) {
@@ -62,7 +64,13 @@ public:
             if (!line.starts_with('#')) continue;
             if (inBody) CloseBody(bodyFrom, i_);
             inBody = false;
-            if (line.starts_with("# ") && page_.title.empty()) page_.title = line.substr(2);
+            if (!page_.title.empty() && headFrom && page_.head.empty()) {
+                page_.head = Prose(*headFrom, i_);
+            }
+            if (line.starts_with("# ") && page_.title.empty()) {
+                page_.title = line.substr(2);
+                headFrom = i_ + 1;
+            }
             if (!line.starts_with("### ")) continue;
             if (!Heading(line.substr(4))) continue;
             // Only blank lines may stand between the headings of overloads.
@@ -82,6 +90,7 @@ private:
     std::size_t i_ = 0;
     Entry building_;
     std::optional<Example> open_;  // a script whose output block is still to come
+    std::vector<bool> example_;     // per line: inside an example's fences
 
     void Problem(std::size_t line, const std::string &what) {
         page_.problems.push_back(page_.name + ":" + std::to_string(line) + ": " + what);
@@ -98,6 +107,19 @@ private:
         return true;
     }
 
+    // Lines without examples, runs of blank lines as one, none at the ends.
+    std::string Prose(std::size_t from, std::size_t to) const {
+        std::string text;
+        bool blank = true;
+        for (std::size_t i = from; i < to; ++i) {
+            if (example_[i] || (Blank(lines_[i]) && blank)) continue;
+            blank = Blank(lines_[i]);
+            (text += lines_[i]) += '\n';
+        }
+        while (text.ends_with("\n\n")) text.pop_back();
+        return text;
+    }
+
     void CloseBody(std::size_t from, std::size_t to) {
         while (from < to && Blank(lines_[from])) ++from;
         while (to > from && Blank(lines_[to - 1])) --to;
@@ -112,7 +134,7 @@ private:
                 places = end == std::string_view::npos ? "" : places.substr(end + 2);
             }
         }
-        building_.body = Joined(lines_, from, to);
+        building_.body = Prose(from, to);
         page_.entries.push_back(std::move(building_));
         building_ = {};
     }
@@ -130,6 +152,9 @@ private:
         }
         i_ = close;
         const std::string kind = info.empty() ? "" : info.front();
+        if (kind == "qvt" || kind == "output") {
+            std::fill(example_.begin() + std::ptrdiff_t(open), example_.begin() + std::ptrdiff_t(close) + 1, true);
+        }
         if (kind == "qvt") {
             if (open_) Problem(open_->scriptLine, "a qvt block without its output block");
             open_ = Example{{info.begin() + 1, info.end()}, Joined(lines_, open + 1, close)};

@@ -14,7 +14,8 @@ namespace qvthost::reference {
 struct Entry {
     std::vector<std::string> declarations;  // the heading texts, without backticks
     std::vector<std::string> places;        // the "Where:" line split at "; "
-    std::string body;                       // from the "Where:" line to the next heading
+    std::string body;                       // from the "Where:" line to the next heading,
+                                            // without the examples
     std::size_t line = 0;                   // of the first heading, from 1
 };
 
@@ -31,6 +32,7 @@ struct Example {
 struct Page {
     std::string name;  // file name, "bits.md"
     std::string title;  // the level-1 heading
+    std::string head;   // the text under it: rules its entries share
     std::vector<Entry> entries;
     std::vector<Example> examples;
     std::vector<std::string> problems;  // "bits.md:12: ..." for text that breaks the shape
