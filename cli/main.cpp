@@ -1,5 +1,6 @@
 // qvthost [--host-version V] [--declarations] [--nil-resolver] [--debug] [--json]
 //         load|demo PLUGIN | call PLUGIN [--self VALUE] DECLARATION ARG... | run PLUGIN SCRIPT
+// qvthost help [NAME]
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,7 @@
 
 #include "call.h"
 #include "format.h"
+#include "help.h"
 #include "outcome.h"
 #include "report.h"
 #include "script.h"
@@ -43,10 +45,12 @@ void Usage(std::ostream &out) {
            "               load|demo PLUGIN\n"
            "               call PLUGIN [--self VALUE] DECLARATION ARG...\n"
            "               run PLUGIN SCRIPT|-\n"
+           "       qvthost help [NAME]\n"
            "  load   load the plug-in and print what the host saw\n"
            "  demo   load, then call a tour of the registered methods\n"
            "  call   load, then call one registered method with the given values\n"
            "  run    load, then the calls of a script, one per line\n"
+           "  help   the reference: the families, or the entries of a declaration by name\n"
            "values: 12, 0x0C, 1.5, true, text:abc, hex:00FF, zero:N, file:PATH, nil,\n"
            "        ptr:@self+N; a String may end in @enc=ID; a MemoryBlockQVT --self is new:N\n"
            "exit: 0 clean, 1 load failed or no such declaration, 2 usage or a bad value,\n"
@@ -155,6 +159,9 @@ int Calls(const Arguments &args) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (argc >= 2 && std::string(argv[1]) == "help") {
+        return qvthost::Help({argv + 2, argv + argc}, std::cout);
+    }
     std::optional<Arguments> args = Parse(argc, argv);
     if (!args) {
         Usage(std::cerr);

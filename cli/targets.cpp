@@ -3,22 +3,13 @@
 #include <algorithm>
 #include <vector>
 
+#include "names.h"
 #include "simhost/simhost.h"
 #include "values.h"
 
 namespace qvthost {
 
 namespace {
-
-std::string NameOf(std::string_view declaration) {
-    return std::string(declaration.substr(0, declaration.find_first_of("( ")));
-}
-
-// The host's language reads names without case.
-std::string Lower(std::string word) {
-    for (char &c : word) c = c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
-    return word;
-}
 
 // "Name(args) as T" read through its assigning form "Name(args, assigns value as T)".
 std::string Assigning(const std::string &reading) {
@@ -63,23 +54,6 @@ std::vector<Target> Targets() {
     return targets;
 }
 
-std::size_t Distance(std::string_view a, std::string_view b) {
-    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1,
-                               diagonal + (lower(a[i - 1]) == lower(b[j - 1]) ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
-}
-
 std::string Listed(const std::vector<const Target *> &targets) {
     std::string text;
     for (const Target *t : targets) text += (text.empty() ? "" : " | ") + t->declaration;
@@ -106,16 +80,11 @@ std::optional<Target> FindTarget(std::string_view text, std::size_t arguments, s
         if (exact == nullptr) exact = &target;
     }
     if (exact != nullptr && name != text) return *exact;
+    std::vector<std::string> names;
+    for (const Target &t : targets) names.push_back(NameOf(t.declaration));
     std::vector<const Target *> matches;
     if (name == text) {
-        for (const Target &t : targets) {
-            if (Lower(NameOf(t.declaration)) == Lower(name)) matches.push_back(&t);
-        }
-        if (matches.empty()) {
-            for (const Target &t : targets) {
-                if (Lower(NameOf(t.declaration)).starts_with(Lower(name))) matches.push_back(&t);
-            }
-        }
+        for (std::size_t i : Matching(name, names)) matches.push_back(&targets[i]);
     }
     if (matches.size() > 1) {
         std::vector<const Target *> fitting;
@@ -130,21 +99,7 @@ std::optional<Target> FindTarget(std::string_view text, std::size_t arguments, s
     }
     if (matches.size() == 1) return *matches.front();
 
-    // Names that hold what was typed come first, then the fewest edits away.
-    std::vector<std::pair<std::size_t, std::string>> closest;
-    for (const Target &t : targets) {
-        const std::string candidate = NameOf(t.declaration);
-        const bool holds = !name.empty() && Lower(candidate).find(Lower(name)) != std::string::npos;
-        closest.emplace_back(holds ? 0 : 1 + Distance(name, candidate), candidate);
-    }
-    std::sort(closest.begin(), closest.end());
-    closest.erase(std::unique(closest.begin(), closest.end(),
-                              [](const auto &a, const auto &b) { return a.second == b.second; }),
-                  closest.end());
-    std::string listed;
-    for (std::size_t i = 0; i < closest.size() && i < 3; ++i) {
-        listed += (i ? ", " : "") + closest[i].second;
-    }
+    const std::string listed = Closest(name, names);
     error = "no registered declaration matches '" + std::string(text) + "'" +
             (listed.empty() ? "; nothing is registered" : "; closest: " + listed);
     return std::nullopt;
