@@ -83,19 +83,26 @@ int Help(const std::vector<std::string> &words, const std::vector<reference::Pag
         out << "\n";
         return kNotFound;
     }
-    // Overloads share an entry: print each entry once, then each page's rules.
+    // Overloads share an entry: print each entry once, then the rules of
+    // each page and section they stand in.
     const reference::Entry *last = nullptr;
-    std::vector<const reference::Page *> shown;
+    std::vector<const reference::Page *> pagesShown;
+    std::vector<const reference::Section *> sectionsShown;
+    auto once = [](auto &shown, const auto *item) {
+        if (std::find(shown.begin(), shown.end(), item) == shown.end()) shown.push_back(item);
+    };
     for (std::size_t i : hits) {
         if (all[i].entry == last) continue;
         if (last != nullptr) out << "\n";
         last = all[i].entry;
         Print(all[i], out);
-        if (std::find(shown.begin(), shown.end(), all[i].page) == shown.end()) {
-            shown.push_back(all[i].page);
-        }
+        once(pagesShown, all[i].page);
+        if (last->section) once(sectionsShown, &all[i].page->sections[*last->section]);
     }
-    for (const reference::Page *page : shown) PrintFamily(*page, out);
+    for (const reference::Page *page : pagesShown) PrintFamily(*page, out);
+    for (const reference::Section *section : sectionsShown) {
+        out << "\n" << section->title << ":\n" << section->text;
+    }
     return kClean;
 }
 

@@ -54,7 +54,8 @@ public:
     void Run() {
         std::size_t bodyFrom = 0;
         bool inBody = false;
-        std::optional<std::size_t> headFrom;
+        std::string *under = nullptr;  // the text under a "#" or "##" heading
+        std::size_t underFrom = 0;
         for (i_ = 0; i_ < lines_.size(); ++i_) {
             const std::string_view line = lines_[i_];
             if (line.starts_with("```")) {
@@ -64,12 +65,16 @@ public:
             if (!line.starts_with('#')) continue;
             if (inBody) CloseBody(bodyFrom, i_);
             inBody = false;
-            if (!page_.title.empty() && headFrom && page_.head.empty()) {
-                page_.head = Prose(*headFrom, i_);
-            }
+            if (under) *under = Prose(underFrom, i_);
+            under = nullptr;
+            underFrom = i_ + 1;
             if (line.starts_with("# ") && page_.title.empty()) {
                 page_.title = line.substr(2);
-                headFrom = i_ + 1;
+                under = &page_.head;
+            } else if (line.starts_with("## ")) {
+                page_.sections.push_back({std::string(line.substr(3)), ""});
+                under = &page_.sections.back().text;
+                section_ = page_.sections.size() - 1;
             }
             if (!line.starts_with("### ")) continue;
             if (!Heading(line.substr(4))) continue;
@@ -81,6 +86,7 @@ public:
             inBody = true;
         }
         if (inBody) CloseBody(bodyFrom, lines_.size());
+        if (under) *under = Prose(underFrom, lines_.size());
         if (open_) Problem(open_->scriptLine, "a qvt block without its output block");
     }
 
@@ -91,6 +97,7 @@ private:
     Entry building_;
     std::optional<Example> open_;  // a script whose output block is still to come
     std::vector<bool> example_;     // per line: inside an example's fences
+    std::optional<std::size_t> section_;
 
     void Problem(std::size_t line, const std::string &what) {
         page_.problems.push_back(page_.name + ":" + std::to_string(line) + ": " + what);
@@ -102,7 +109,10 @@ private:
             Problem(i_ + 1, "a level-3 heading that is not one declaration in backticks");
             return false;
         }
-        if (building_.declarations.empty()) building_.line = i_ + 1;
+        if (building_.declarations.empty()) {
+            building_.line = i_ + 1;
+            building_.section = section_;
+        }
         building_.declarations.emplace_back(text.substr(1, text.size() - 2));
         return true;
     }

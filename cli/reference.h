@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,13 @@ struct Entry {
     std::string body;                       // from the "Where:" line to the next heading,
                                             // without the examples
     std::size_t line = 0;                   // of the first heading, from 1
+    std::optional<std::size_t> section;     // the "##" section it stands in
+};
+
+// A "##" heading that gathers entries, and the rules under it.
+struct Section {
+    std::string title;
+    std::string text;
 };
 
 struct Example {
@@ -33,6 +41,7 @@ struct Page {
     std::string name;  // file name, "bits.md"
     std::string title;  // the level-1 heading
     std::string head;   // the text under it: rules its entries share
+    std::vector<Section> sections;
     std::vector<Entry> entries;
     std::vector<Example> examples;
     std::vector<std::string> problems;  // "bits.md:12: ..." for text that breaks the shape

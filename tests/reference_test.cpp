@@ -35,6 +35,10 @@ Where: method of `MemoryBlock`; global function
 
 Text of A.
 
+## Grouped
+
+Their rules.
+
 ```qvt --host-version 2011.0
 @a = zero:1
 ```
@@ -58,7 +62,12 @@ TEST(ReferenceShape, ReadsHeadingsPlacesBodiesAndExamples) {
     EXPECT_EQ(page.entries[0].line, 5u);
     EXPECT_TRUE(page.entries[0].body.starts_with("Where: "));
     EXPECT_EQ(page.entries[0].body, "Where: method of `MemoryBlock`; global function\n\nText of A.\n");
+    EXPECT_EQ(page.entries[0].section, std::nullopt);
     EXPECT_EQ(page.entries[1].places, Texts{"global property"});
+    ASSERT_EQ(page.sections.size(), 1u);
+    EXPECT_EQ(page.sections[0].title, "Grouped");
+    EXPECT_EQ(page.sections[0].text, "Their rules.\n");
+    EXPECT_EQ(page.entries[1].section, 0u);
     ASSERT_EQ(page.examples.size(), 1u);
     EXPECT_EQ(page.examples[0].options, (Texts{"--host-version", "2011.0"}));
     EXPECT_EQ(page.examples[0].script, "@a = zero:1\n");
@@ -107,7 +116,8 @@ struct HelpCase {
     Texts words;
     int status;
     const char *begins;
-    int entries = 0;  // "Where:" lines
+    int entries = 0;        // "Where:" lines
+    const char *holds = "";  // further on
 };
 
 void PrintTo(const HelpCase &c, std::ostream *out) { *out << c.name; }
@@ -121,13 +131,17 @@ TEST_P(Help, FindsEntriesAsCallFindsDeclarations) {
     int entries = 0;
     for (std::size_t at = 0; (at = out.str().find("\nWhere: ", at)) != std::string::npos; ++at) ++entries;
     EXPECT_EQ(entries, GetParam().entries) << out.str();
+    EXPECT_NE(out.str().find(GetParam().holds), std::string::npos) << out.str();
 }
 
 INSTANTIATE_TEST_SUITE_P(
     BuiltIn, Help,
     ::testing::Values(
         HelpCase{"Families", {}, 0, "The plug-in's reference, one page per family"},
-        HelpCase{"Name", {"GetBitQVT"}, 0, "GetBitQVT(Bit as UInt64) as Integer\nWhere: method of `MemoryBlock`\n", 1},
+        HelpCase{"Name", {"GetBitQVT"}, 0, "GetBitQVT(Bit as UInt64) as Integer\nWhere: method of `MemoryBlock`\n", 1,
+                 "\nBits (bits.md, with examples):\n"},
+        HelpCase{"InASection", {"SwapBytes16QVT"}, 0, "SwapBytes16QVT(offset as Integer, numBytes as Integer)\n", 1,
+                 "\nReversing a range of bytes:\n"},
         HelpCase{"AnyCase", {"getbitqvt"}, 0, "GetBitQVT(Bit as UInt64) as Integer\n", 1},
         HelpCase{"Prefix", {"ClearB"}, 0, "ClearBitQVT(Bit as UInt64)\n", 1},
         HelpCase{"Overloads", {"SetBitQVT"}, 0, "SetBitQVT(Bit as UInt64, Value as Integer)\nWhere: ", 2},
