@@ -60,7 +60,8 @@ std::vector<std::string> Lines(const std::string &text) {
     return lines;
 }
 
-// Lines only in `expected` with "-", only in `actual` with "+", shared with " ".
+// Lines only in `expected` with "-", only in `actual` with "+", and three
+// shared lines around each change; "..." where shared lines are left out.
 std::string Diff(const std::string &expected, const std::string &actual) {
     const auto a = Lines(expected), b = Lines(actual);
     std::vector<std::vector<std::size_t>> common(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
@@ -70,16 +71,32 @@ std::string Diff(const std::string &expected, const std::string &actual) {
                                         : std::max(common[i + 1][j], common[i][j + 1]);
         }
     }
-    std::string diff;
+    std::vector<std::string> lines;
     std::size_t i = 0, j = 0;
     while (i < a.size() || j < b.size()) {
         if (i < a.size() && j < b.size() && a[i] == b[j]) {
-            diff += "  " + a[i++] + "\n";
+            lines.push_back("  " + a[i++]);
             ++j;
-        } else if (j < b.size() && (i == a.size() || common[i][j + 1] >= common[i + 1][j])) {
-            diff += "+ " + b[j++] + "\n";
+        } else if (i < a.size() && (j == b.size() || common[i + 1][j] >= common[i][j + 1])) {
+            lines.push_back("- " + a[i++]);
         } else {
-            diff += "- " + a[i++] + "\n";
+            lines.push_back("+ " + b[j++]);
+        }
+    }
+    constexpr std::size_t kContext = 3;
+    std::vector<bool> shown(lines.size(), false);
+    for (std::size_t k = 0; k < lines.size(); ++k) {
+        if (lines[k][0] == ' ') continue;
+        for (std::size_t c = k >= kContext ? k - kContext : 0; c <= k + kContext && c < lines.size(); ++c) {
+            shown[c] = true;
+        }
+    }
+    std::string diff;
+    for (std::size_t k = 0; k < lines.size(); ++k) {
+        if (shown[k]) {
+            diff += lines[k] + "\n";
+        } else if (k == 0 || shown[k - 1]) {
+            diff += "...\n";
         }
     }
     return diff;
