@@ -262,6 +262,18 @@ TEST_F(Completeness, EveryRegisteredDeclarationHasOneEntryInItsPlace) {
     EXPECT_EQ(Joined(Differences(registered, pages)), "");
 }
 
+TEST_F(Completeness, TheIndexListsEveryPageOnceAndNoOther) {
+    Texts listed, present;
+    for (const ref::Text &text : ref::BuiltIn()) {
+        if (text.name == "README.md") {
+            for (const ref::Family &family : ref::Families(text.text)) listed.push_back(family.file);
+        } else {
+            present.emplace_back(text.name);
+        }
+    }
+    EXPECT_EQ(listed, present);
+}
+
 // The check itself, on the same pages changed in one way each.
 struct Change {
     const char *name;
