@@ -1,5 +1,7 @@
 // Memory blocks: owned (zeroed, fenced by guard bytes), foreign (over memory
 // of unknown size) and memoryless.
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -18,39 +20,87 @@ constexpr RBInteger kKeptAfterEnd = 1 << 20;
 // From here on a block is worth large pages (numpy draws the line here too).
 constexpr std::size_t kLargePages = 4 << 20;
 
-bool GuardIntact(const uint8_t *p) {
-    for (std::size_t i = 0; i < kGuard; ++i) {
-        if (p[i] != kGuardByte) return false;
+bool GuardIntact(const uint8_t *begin, const uint8_t *end) {
+    for (const uint8_t *p = begin; p < end; ++p) {
+        if (*p != kGuardByte) return false;
     }
     return true;
 }
 
 }  // namespace
 
-std::unique_ptr<uint8_t, FreeDeleter> NewBlockMemory(RBInteger size) {
-    if (size < 0) return nullptr;
-    auto total = static_cast<std::size_t>(size) + 2 * kGuard;
-    // calloc: large blocks stay untouched, and so cheap, until used.
-    std::unique_ptr<uint8_t, FreeDeleter> raw(static_cast<uint8_t *>(std::calloc(total, 1)));
-    if (raw == nullptr) return nullptr;
-    if (total >= kLargePages) platform::AdviseLargePages(raw.get(), total);
-    std::memset(raw.get(), kGuardByte, kGuard);
-    std::memset(raw.get() + kGuard + size, kGuardByte, kGuard);
-    return raw;
+BlockMemory &BlockMemory::operator=(BlockMemory &&other) noexcept {
+    if (this != &other) {
+        Free();
+        base_ = std::exchange(other.base_, nullptr);
+        length_ = std::exchange(other.length_, 0);
+        data_ = std::exchange(other.data_, nullptr);
+        fence_ = std::exchange(other.fence_, 0);
+    }
+    return *this;
 }
 
-void SetBlockMemory(ObjectRecord &block, std::unique_ptr<uint8_t, FreeDeleter> memory,
-                    RBInteger size) {
+BlockMemory::~BlockMemory() { Free(); }
+
+void BlockMemory::Free() {
+    if (fence_ != 0) {
+        platform::UnmapPages(base_, length_);
+    } else {
+        std::free(base_);
+    }
+    base_ = data_ = nullptr;
+}
+
+BlockMemory BlockMemory::Make(RBInteger size, bool fenced) {
+    BlockMemory m;
+    if (size < 0) return m;
+    const auto bytes = static_cast<std::size_t>(size);
+    if (fenced) {
+        const std::size_t page = platform::PageSize();
+        if (bytes > SIZE_MAX - 3 * page) return m;
+        const std::size_t pages = (bytes + page - 1) / page;
+        const std::size_t length = (pages + 2) * page;
+        auto *base = static_cast<uint8_t *>(platform::MapPages(length));
+        if (base == nullptr) return m;
+        m.base_ = base;
+        m.length_ = length;
+        m.fence_ = page;
+        if (!platform::FencePages(base, page) ||
+            !platform::FencePages(base + length - page, page)) {
+            return BlockMemory();
+        }
+        m.data_ = base + length - page - bytes;
+    } else {
+        if (bytes > SIZE_MAX - 2 * kGuard) return m;
+        // calloc: large blocks stay untouched, and so cheap, until used.
+        m.length_ = bytes + 2 * kGuard;
+        m.base_ = static_cast<uint8_t *>(std::calloc(m.length_, 1));
+        if (m.base_ == nullptr) return m;
+        if (m.length_ >= kLargePages) platform::AdviseLargePages(m.base_, m.length_);
+        m.data_ = m.base_ + kGuard;
+    }
+    std::memset(m.FrontGuard(), kGuardByte, static_cast<std::size_t>(m.data_ - m.FrontGuard()));
+    std::memset(m.data_ + bytes, kGuardByte, static_cast<std::size_t>(m.BackGuardEnd() - m.data_) - bytes);
+    return m;
+}
+
+BlockMemory NewBlockMemory(const char *entry, RBInteger size) {
+    BlockMemory memory = BlockMemory::Make(size, State().fencedBlocks);
+    if (!memory && size >= 0) State().shortfalls.push_back({entry, size});
+    return memory;
+}
+
+void SetBlockMemory(ObjectRecord &block, BlockMemory memory, RBInteger size) {
     CheckBlockGuards(block);
     block.storage = std::move(memory);
-    block.data = block.storage ? block.storage.get() + kGuard : nullptr;
+    block.data = block.storage.Data();
     block.size = size;
     block.guardsReported = false;
 }
 
-ObjectRecord *CreateBlock(RBInteger size) {
-    auto memory = NewBlockMemory(size);
-    if (memory == nullptr) return nullptr;
+ObjectRecord *CreateBlock(const char *entry, RBInteger size) {
+    BlockMemory memory = NewBlockMemory(entry, size);
+    if (!memory) return nullptr;
     ObjectRecord &block = NewObject(ObjectKind::Block, "MemoryBlock", 0);
     SetBlockMemory(block, std::move(memory), size);
     return &block;
@@ -64,10 +114,10 @@ ObjectRecord &CreateForeignBlock(void *address) {
 }
 
 void CheckBlockGuards(ObjectRecord &block) {
-    if (!block.storage || block.guardsReported) return;
-    const uint8_t *raw = block.storage.get();
-    bool before = GuardIntact(raw);
-    bool after = GuardIntact(raw + kGuard + block.size);
+    const BlockMemory &m = block.storage;
+    if (!m || block.guardsReported) return;
+    bool before = GuardIntact(m.FrontGuard(), m.Data());
+    bool after = GuardIntact(m.Data() + block.size, m.BackGuardEnd());
     if (before && after) return;
     block.guardsReported = true;
     if (!before) Fault(NameOf(&block) + ": bytes written before its start");
@@ -77,7 +127,7 @@ void CheckBlockGuards(ObjectRecord &block) {
 void EndBlock(ObjectRecord &block) {
     CheckBlockGuards(block);
     if (block.storage && block.size > kKeptAfterEnd) {
-        block.storage.reset();
+        block.storage = BlockMemory();
         block.data = nullptr;
     }
 }
@@ -122,7 +172,7 @@ REALobject newMemoryBlock(RBInteger size) {
     CheckPresent("newMemoryBlock");
     LogCall("newMemoryBlock", "size=" + std::to_string(size));
     if (Failing("newMemoryBlock")) return nullptr;
-    ObjectRecord *block = CreateBlock(size);
+    ObjectRecord *block = CreateBlock("newMemoryBlock", size);
     return block != nullptr ? HandleOf(*block) : nullptr;
 }
 
@@ -154,13 +204,13 @@ using namespace detail;
 
 REALobject NewBlock(RBInteger size) {
     HostLock lock(State().mutex);
-    ObjectRecord *block = CreateBlock(size);
+    ObjectRecord *block = CreateBlock("NewBlock", size);
     return block != nullptr ? HandleOf(*block) : nullptr;
 }
 
 REALobject NewBlock(std::span<const uint8_t> bytes) {
     HostLock lock(State().mutex);
-    ObjectRecord *block = CreateBlock(static_cast<RBInteger>(bytes.size()));
+    ObjectRecord *block = CreateBlock("NewBlock", static_cast<RBInteger>(bytes.size()));
     if (block == nullptr) return nullptr;
     if (!bytes.empty()) std::memcpy(block->data, bytes.data(), bytes.size());
     return HandleOf(*block);
@@ -186,6 +236,80 @@ std::span<uint8_t> Bytes(REALobject handle) {
         return {};
     }
     return {block.data, static_cast<std::size_t>(block.size)};
+}
+
+}  // namespace simhost
+
+namespace simhost::detail {
+
+bool FencedByEnvironment() {
+    const char *value = std::getenv("QVT_FENCED_BLOCKS");
+    return value != nullptr && std::string_view(value) == "1";
+}
+
+namespace {
+
+// The live blocks with memory of the host's own, for the look-ups below.
+template <typename Visit>
+void ForOwnedBlocks(Visit visit) {
+    for (const auto &o : State().objects) {
+        if (o->kind == ObjectKind::Block && !o->ended && o->storage) visit(*o);
+    }
+}
+
+BlockExtent ExtentOf(const ObjectRecord &block) {
+    return {HandleOf(block), NameOf(&block),           block.data,
+            block.size,      block.storage.ReachBegin(), block.storage.ReachEnd()};
+}
+
+}  // namespace
+
+}  // namespace simhost::detail
+
+namespace simhost {
+
+using namespace detail;
+
+std::vector<MemoryShortfall> TakeMemoryShortfalls() {
+    HostLock lock(State().mutex);
+    return std::exchange(State().shortfalls, {});
+}
+
+void SetFencedBlocks(bool on) {
+    HostLock lock(State().mutex);
+    State().fencedBlocks = on;
+}
+
+bool FencedBlocks() {
+    HostLock lock(State().mutex);
+    return State().fencedBlocks;
+}
+
+std::optional<AddressOwner> LocateAddress(const void *address) {
+    HostLock lock(State().mutex);
+    std::optional<AddressOwner> owner;
+    const auto *at = static_cast<const uint8_t *>(address);
+    ForOwnedBlocks([&](const ObjectRecord &block) {
+        if (!owner && at >= block.storage.ReachBegin() && at < block.storage.ReachEnd()) {
+            owner = AddressOwner{HandleOf(block), NameOf(&block), block.size, at - block.data};
+        }
+    });
+    return owner;
+}
+
+std::vector<BlockExtent> LiveBlockExtents() {
+    HostLock lock(State().mutex);
+    std::vector<BlockExtent> extents;
+    ForOwnedBlocks([&](const ObjectRecord &block) { extents.push_back(ExtentOf(block)); });
+    return extents;
+}
+
+const BlockExtent *FindExtent(std::span<const BlockExtent> extents, const void *address) {
+    const auto *at = static_cast<const uint8_t *>(address);
+    for (const BlockExtent &e : extents) {
+        if (at >= e.reachBegin && at < e.reachEnd) return &e;
+    }
+    return nullptr;
 }
 
 }  // namespace simhost
