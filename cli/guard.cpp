@@ -221,7 +221,8 @@ std::string Describe(const Fault &fault) {
                       static_cast<unsigned long long>(fault.address));
         return text + ": " + access + " at " + address + ", in no block of the call";
     }
-    const std::string block = std::string(fault.label, strnlen(fault.label, sizeof fault.label)) +
+    const char *end = std::find(fault.label, fault.label + sizeof fault.label, '\0');
+    const std::string block = std::string(fault.label, end) +
                               " (" + Counted(fault.size, "byte") + ")";
     const auto size = static_cast<int64_t>(fault.size);
     const std::string where =
@@ -279,7 +280,6 @@ int Guarded(const std::function<int()> &body, const std::function<void(const Fau
     std::cout.flush();
 #if defined(_WIN32)
     gReport = &report;
-    _set_abort_behavior(0, _WRITE_ABORT_MSG | _CALL_REPORTFAULT);
     std::signal(SIGABRT, OnAbort);
     AddVectoredExceptionHandler(1, OnException);
     try {
