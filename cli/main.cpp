@@ -11,6 +11,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "call.h"
@@ -23,6 +24,7 @@
 #include "simhost/platform.h"
 #include "simhost/simhost.h"
 #include "tour.h"
+#include "values.h"
 
 namespace {
 
@@ -42,13 +44,16 @@ struct Arguments {
     std::vector<std::string> rest;  // a call's words, or the script
 };
 
-constexpr const char *kFooter =
-    "values: integers 12, -3, 0x0C; 1.5; true, false; nil; strings text:abc or hex:00FF,\n"
-    "        with @enc=ID; pointers ptr:@self+N; blocks hex:00FF, text:abc, zero:N,\n"
-    "        file:PATH; arrays 1,2,3 or [1,2,3]; a MemoryBlockQVT --self is new or new:N.\n"
-    "        Blocks and sizes are at most 268435456 bytes (256 MiB).\n"
-    "exit: 0 clean, 1 load failed or no such declaration, 2 usage or a bad value,\n"
-    "      3 host faults (a fault in a call, a failed allocation) or unbalanced references\n";
+std::string Footer() {
+    return "values: integers 12, -3, 0x0C; 1.5; true, false; nil; strings text:abc or hex:00FF,\n"
+           "        with @enc=ID; pointers ptr:@self+N; blocks hex:00FF, text:abc, zero:N,\n"
+           "        file:PATH; arrays 1,2,3 or [1,2,3]; a MemoryBlockQVT --self is new or new:N.\n"
+           "        Blocks and sizes are at most " +
+           qvthost::LargestBlockText() +
+           ".\n"
+           "exit: 0 clean, 1 load failed or no such declaration, 2 usage or a bad value,\n"
+           "      3 host faults (a fault in a call, a failed allocation) or unbalanced references\n";
+}
 
 // Sets QVTDEBUG for the span of the load only.
 class DebugSwitch {
@@ -155,7 +160,7 @@ int main(int argc, char **argv) {
     Arguments args;
     CLI::App app{"qvthost: loads the plug-in into a simulated host and calls its methods",
                  "qvthost"};
-    app.footer(kFooter);
+    app.footer(Footer());
     app.require_subcommand(1, 1);
     app.add_option("--host-version", args.version, "the host's version (default 2013.04)");
     app.add_flag("--declarations", args.declarations, "load: list every registered declaration");
@@ -164,7 +169,8 @@ int main(int argc, char **argv) {
     app.add_flag("--json", args.json, "print JSON, one object per call or line");
     // Subcommands, one per row; `help` joins them where it is built.
     const struct {
-        const char *name, *description;
+        std::string_view name;
+        const char *description;
     } kCommands[] = {
         {"load", "load the plug-in and print what the host saw"},
         {"demo", "load, then call a tour of the registered methods"},
@@ -173,12 +179,12 @@ int main(int argc, char **argv) {
     };
     std::string script;
     for (const auto &command : kCommands) {
-        CLI::App *sub = app.add_subcommand(command.name, command.description);
+        CLI::App *sub = app.add_subcommand(std::string(command.name), command.description);
         sub->add_option("plugin", args.path, "the plug-in's library")->required();
-        if (args.command = command.name; args.command == "call") {
+        if (command.name == "call") {
             // Everything after the plug-in is the call's own words.
             sub->prefix_command();
-        } else if (args.command == "run") {
+        } else if (command.name == "run") {
             sub->add_option("script", script, "the script, or - for standard input")->required();
         }
     }
