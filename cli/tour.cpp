@@ -316,9 +316,9 @@ std::vector<Step> Steps() {
              simhost::Release(target);
              return outcome;
          }},
-        {"BytesZeroQVT(srcOfs as Integer, numBytes as Integer) as Boolean", "srcOfs=0 numBytes=11",
+        {"BytesZeroQVT(srcOfs as Integer, numBytes as Integer) as Boolean", "srcOfs=0 numBytes=10",
          Receiver::Block, kZeros,
-         [](R f, O b) { return Truth(Invoke<bool, O, intptr_t, intptr_t>(f, b, 0, 11)); }},
+         [](R f, O b) { return Truth(Invoke<bool, O, intptr_t, intptr_t>(f, b, 0, 10)); }},
         {"MirrorBytesQVT(offsetByte as Integer = 0, lengthByte as integer = -1)",
          "offsetByte=0 lengthByte=-1", Receiver::Block, kCounting,
          [](R f, O b) { return Void<O, intptr_t, intptr_t>(f, b, 0, -1); }},

@@ -1,8 +1,12 @@
 // Memory blocks: owned (zeroed, fenced by guard bytes), foreign (over memory
 // of unknown size) and memoryless.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <map>
+#include <mutex>
 #include <utility>
 
 #include "simhost/platform.h"
@@ -20,14 +24,14 @@ constexpr RBInteger kKeptAfterEnd = 1 << 20;
 // From here on a block is worth large pages (numpy draws the line here too).
 constexpr std::size_t kLargePages = 4 << 20;
 
+}  // namespace
+
 bool GuardIntact(const uint8_t *begin, const uint8_t *end) {
     for (const uint8_t *p = begin; p < end; ++p) {
         if (*p != kGuardByte) return false;
     }
     return true;
 }
-
-}  // namespace
 
 BlockMemory &BlockMemory::operator=(BlockMemory &&other) noexcept {
     if (this != &other) {
@@ -236,80 +240,6 @@ std::span<uint8_t> Bytes(REALobject handle) {
         return {};
     }
     return {block.data, static_cast<std::size_t>(block.size)};
-}
-
-}  // namespace simhost
-
-namespace simhost::detail {
-
-bool FencedByEnvironment() {
-    const char *value = std::getenv("QVT_FENCED_BLOCKS");
-    return value != nullptr && std::string_view(value) == "1";
-}
-
-namespace {
-
-// The live blocks with memory of the host's own, for the look-ups below.
-template <typename Visit>
-void ForOwnedBlocks(Visit visit) {
-    for (const auto &o : State().objects) {
-        if (o->kind == ObjectKind::Block && !o->ended && o->storage) visit(*o);
-    }
-}
-
-BlockExtent ExtentOf(const ObjectRecord &block) {
-    return {HandleOf(block), NameOf(&block),           block.data,
-            block.size,      block.storage.ReachBegin(), block.storage.ReachEnd()};
-}
-
-}  // namespace
-
-}  // namespace simhost::detail
-
-namespace simhost {
-
-using namespace detail;
-
-std::vector<MemoryShortfall> TakeMemoryShortfalls() {
-    HostLock lock(State().mutex);
-    return std::exchange(State().shortfalls, {});
-}
-
-void SetFencedBlocks(bool on) {
-    HostLock lock(State().mutex);
-    State().fencedBlocks = on;
-}
-
-bool FencedBlocks() {
-    HostLock lock(State().mutex);
-    return State().fencedBlocks;
-}
-
-std::optional<AddressOwner> LocateAddress(const void *address) {
-    HostLock lock(State().mutex);
-    std::optional<AddressOwner> owner;
-    const auto *at = static_cast<const uint8_t *>(address);
-    ForOwnedBlocks([&](const ObjectRecord &block) {
-        if (!owner && at >= block.storage.ReachBegin() && at < block.storage.ReachEnd()) {
-            owner = AddressOwner{HandleOf(block), NameOf(&block), block.size, at - block.data};
-        }
-    });
-    return owner;
-}
-
-std::vector<BlockExtent> LiveBlockExtents() {
-    HostLock lock(State().mutex);
-    std::vector<BlockExtent> extents;
-    ForOwnedBlocks([&](const ObjectRecord &block) { extents.push_back(ExtentOf(block)); });
-    return extents;
-}
-
-const BlockExtent *FindExtent(std::span<const BlockExtent> extents, const void *address) {
-    const auto *at = static_cast<const uint8_t *>(address);
-    for (const BlockExtent &e : extents) {
-        if (at >= e.reachBegin && at < e.reachEnd) return &e;
-    }
-    return nullptr;
 }
 
 }  // namespace simhost

@@ -207,6 +207,15 @@ struct BlockExtent {
 std::vector<BlockExtent> LiveBlockExtents();
 const BlockExtent *FindExtent(std::span<const BlockExtent> extents, const void *address);
 
+// Fenced memory that belongs to no block, for an allocator standing in for
+// the plug-in's own in tests: zeroed, with the fences of a block. As calloc,
+// realloc and free: null when there is none, and a reallocation that fails
+// leaves the memory as it was. Freeing checks the front guard zone (a
+// fault, as for blocks).
+void *AllocateFenced(std::size_t size);
+void *ReallocateFenced(void *memory, std::size_t size);
+void FreeFenced(void *memory);
+
 // ---- Strings --------------------------------------------------------------
 // UTF-16 and UTF-32 text (0x100, 0xC000100) is in native byte order; hosts
 // below 2013.0 convert no UTF-32, and below 2012.0 lack

@@ -263,6 +263,8 @@ void EndException(ObjectRecord &exception);
 void EndInstance(ObjectRecord &instance);
 void SyncArrayHeader(ObjectRecord &array);
 void CheckBlockGuards(ObjectRecord &block);
+// True when every byte of the zone holds the guard pattern.
+bool GuardIntact(const uint8_t *begin, const uint8_t *end);
 
 // Block creation shared by the entries and the test helpers; `entry` is
 // who asked, for the shortfalls.

@@ -9,10 +9,20 @@
 #include <type_traits>
 #include <vector>
 
+#include "hostvalues/allocation_seam.h"
 #include "simhost/platform.h"
 #include "simhost/simhost.h"
 
 namespace qvt::test {
+
+// A fenced run fences the plug-in's own allocations too: a MemoryBlockQVT's
+// memory, work buffers and copies. Set before main, so before the first.
+inline constexpr seams::Allocator kFencedAllocator{&simhost::AllocateFenced, &simhost::FreeFenced,
+                                                   &simhost::ReallocateFenced};
+inline const bool gFencedAllocations = [] {
+    if (simhost::FencedBlocks()) seams::gAllocator.store(&kFencedAllocator);
+    return true;
+}();
 
 class HostTest : public ::testing::Test {
 protected:

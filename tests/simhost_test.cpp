@@ -57,7 +57,7 @@ TEST_F(SimHost, MisuseIsRecordedAsOneFaultAndNothingBreaks) {
         {[] { Lock(nullptr); }, "REALLockObject: nil object"},
         {[] { static int notAnObject; Lock(reinterpret_cast<REALobject>(&notAnObject)); }, "REALLockObject: unknown object handle"},
         {[] { REALstring s = simhost::NewString("x"); UnlockString(s); UnlockString(s); }, "REALUnlockString: unlock below zero of String#1"},
-        {[] { REALobject b = simhost::NewBlock(4); static_cast<uint8_t *>(Entry<void *(*)(REALobject)>("memoryBlockGetPtr")(b))[4] = 1; simhost::Release(b); }, "MemoryBlock#1: bytes written past its end"},
+        {[] { simhost::SetFencedBlocks(false); REALobject b = simhost::NewBlock(4); static_cast<uint8_t *>(Entry<void *(*)(REALobject)>("memoryBlockGetPtr")(b))[4] = 1; simhost::Release(b); }, "MemoryBlock#1: bytes written past its end"},
         {[] { REALstring s = simhost::NewString("abc"); REALstringData record{}; GetStringData(s, hostabi::kEncodingUTF8, &record); REALstringData copy = record; DisposeStringData(&record); DisposeStringData(&copy); simhost::Release(s); }, "PluginDisposeStringData: record not given out, or disposed before"},
         {[] { REALarray a = simhost::NewArray(simhost::kArrayUInt8, {1, 2}); Entry<void *(*)(REALarray)>("PluginIntegerArrayGetProc")(a); simhost::Release(a); }, "PluginIntegerArrayGetProc: UInt8()#1 holds other elements"},
         {[] { auto lock = Entry<void (*)(REALobject)>("REALLockObject"); simhost::Options o; o.missingEntries = {"REALLockObject"}; simhost::Reset(o); lock(simhost::NewBlock(1)); }, "REALLockObject: called, but this host has no such entry"},
