@@ -24,6 +24,20 @@ inline const bool gFencedAllocations = [] {
     return true;
 }();
 
+// Fences the plug-in's allocations for a scope in any run, for calls that
+// give back all they allocate before the scope ends: a buffer sized one unit
+// short then faults at once.
+class FencedPluginMemory {
+public:
+    FencedPluginMemory() : was_(seams::gAllocator.exchange(&kFencedAllocator)) {}
+    ~FencedPluginMemory() { seams::gAllocator.store(was_); }
+    FencedPluginMemory(const FencedPluginMemory &) = delete;
+    FencedPluginMemory &operator=(const FencedPluginMemory &) = delete;
+
+private:
+    const seams::Allocator *was_;
+};
+
 class HostTest : public ::testing::Test {
 protected:
     void SetUp() override { simhost::Reset(options()); }
