@@ -1,12 +1,8 @@
-// Memory blocks: owned (zeroed, fenced by guard bytes), foreign (over memory
-// of unknown size) and memoryless.
-#include <algorithm>
+// Memory blocks: owned (zeroed, between guard bytes, or fence pages when the
+// host fences), foreign (over memory of unknown size) and memoryless.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
-#include <map>
-#include <mutex>
 #include <utility>
 
 #include "simhost/platform.h"
@@ -83,8 +79,9 @@ BlockMemory BlockMemory::Make(RBInteger size, bool fenced) {
         if (m.length_ >= kLargePages) platform::AdviseLargePages(m.base_, m.length_);
         m.data_ = m.base_ + kGuard;
     }
+    uint8_t *end = m.data_ + bytes;
     std::memset(m.FrontGuard(), kGuardByte, static_cast<std::size_t>(m.data_ - m.FrontGuard()));
-    std::memset(m.data_ + bytes, kGuardByte, static_cast<std::size_t>(m.BackGuardEnd() - m.data_) - bytes);
+    std::memset(end, kGuardByte, static_cast<std::size_t>(m.BackGuardEnd() - end));
     return m;
 }
 

@@ -1,6 +1,7 @@
 // Fenced blocks: the switch, the look-up of the block an address belongs
-// to, and fenced memory outside any block.
+// to, fenced memory outside any block; and the blocks that could not be had.
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -26,6 +27,12 @@ void ForOwnedBlocks(Visit visit) {
     for (const auto &o : State().objects) {
         if (o->kind == ObjectKind::Block && !o->ended && o->storage) visit(*o);
     }
+}
+
+// Addresses of different allocations compare as numbers.
+bool Within(const void *begin, const void *end, const void *at) {
+    const auto a = reinterpret_cast<uintptr_t>(at);
+    return a >= reinterpret_cast<uintptr_t>(begin) && a < reinterpret_cast<uintptr_t>(end);
 }
 
 BlockExtent ExtentOf(const ObjectRecord &block) {
@@ -59,10 +66,11 @@ bool FencedBlocks() {
 std::optional<AddressOwner> LocateAddress(const void *address) {
     HostLock lock(State().mutex);
     std::optional<AddressOwner> owner;
-    const auto *at = static_cast<const uint8_t *>(address);
     ForOwnedBlocks([&](const ObjectRecord &block) {
-        if (!owner && at >= block.storage.ReachBegin() && at < block.storage.ReachEnd()) {
-            owner = AddressOwner{HandleOf(block), NameOf(&block), block.size, at - block.data};
+        if (!owner && Within(block.storage.ReachBegin(), block.storage.ReachEnd(), address)) {
+            const auto offset = static_cast<std::ptrdiff_t>(reinterpret_cast<uintptr_t>(address) -
+                                                            reinterpret_cast<uintptr_t>(block.data));
+            owner = AddressOwner{HandleOf(block), NameOf(&block), block.size, offset};
         }
     });
     return owner;
@@ -76,9 +84,8 @@ std::vector<BlockExtent> LiveBlockExtents() {
 }
 
 const BlockExtent *FindExtent(std::span<const BlockExtent> extents, const void *address) {
-    const auto *at = static_cast<const uint8_t *>(address);
     for (const BlockExtent &e : extents) {
-        if (at >= e.reachBegin && at < e.reachEnd) return &e;
+        if (Within(e.reachBegin, e.reachEnd, address)) return &e;
     }
     return nullptr;
 }

@@ -42,7 +42,6 @@ public:
 
     explicit operator bool() const { return base_ != nullptr; }
     uint8_t *Data() const { return data_; }
-    bool Fenced() const { return fence_ != 0; }
     // The zones: [FrontGuard, Data) and [Data + size, BackGuardEnd).
     uint8_t *FrontGuard() const { return base_ + fence_; }
     uint8_t *BackGuardEnd() const { return base_ + length_ - fence_; }
