@@ -19,6 +19,9 @@ constexpr uint8_t kGuardByte = 0xA5;
 constexpr RBInteger kKeptAfterEnd = 1 << 20;
 // From here on a block is worth large pages (numpy draws the line here too).
 constexpr std::size_t kLargePages = 4 << 20;
+// No block is larger: more than any machine here could give, and below the
+// size at which a sanitizer's allocator ends the process instead of failing.
+constexpr uint64_t kLargestBlock = uint64_t{1} << 39;
 
 }  // namespace
 
@@ -53,7 +56,7 @@ void BlockMemory::Free() {
 
 BlockMemory BlockMemory::Make(RBInteger size, bool fenced) {
     BlockMemory m;
-    if (size < 0) return m;
+    if (size < 0 || static_cast<uint64_t>(size) > kLargestBlock) return m;
     const auto bytes = static_cast<std::size_t>(size);
     if (fenced) {
         const std::size_t page = platform::PageSize();

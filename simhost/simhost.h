@@ -151,7 +151,7 @@ void Release(REALobject object);
 
 // Blocks the host could not give memory to, oldest first, and forgets them:
 // who asked ("newMemoryBlock", "MemoryBlock.Constructor", "NewBlock") and
-// the size. The host answers such a request as it answers any it cannot
+// the size. Sizes above 512 GiB are refused without asking the system. The host answers such a request as it answers any it cannot
 // meet (newMemoryBlock and NewBlock nil, the constructor an
 // OutOfMemoryException), never by ending the process; this list tells a
 // block that could not be had from a nil given on purpose. Requests that
