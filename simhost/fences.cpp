@@ -7,6 +7,7 @@
 #include <limits>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -140,17 +141,22 @@ void *ReallocateFenced(void *memory, std::size_t size) {
 }
 
 void FreeFenced(void *memory) {
-    FencedAllocations &a = Allocations();
-    std::lock_guard lock(a.mutex);
-    auto it = a.live.find(memory);
-    if (it == a.live.end()) return;
-    const BlockMemory &m = it->second.memory;
-    if (!GuardIntact(m.FrontGuard(), m.Data())) {
-        HostLock hostLock(State().mutex);
-        Fault("fenced memory of " + std::to_string(it->second.size) +
+    std::optional<std::size_t> damaged;  // the size, when the front zone was written
+    {
+        FencedAllocations &a = Allocations();
+        std::lock_guard lock(a.mutex);
+        auto it = a.live.find(memory);
+        if (it == a.live.end()) return;
+        const BlockMemory &m = it->second.memory;
+        if (!GuardIntact(m.FrontGuard(), m.Data())) damaged = it->second.size;
+        a.live.erase(it);
+    }
+    // The host's lock comes after, never inside, this one's.
+    if (damaged) {
+        HostLock lock(State().mutex);
+        Fault("fenced memory of " + std::to_string(*damaged) +
               " bytes: bytes written before its start");
     }
-    a.live.erase(it);
 }
 
 }  // namespace simhost
