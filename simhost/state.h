@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -201,6 +202,19 @@ inline bool TryUnlockFast(std::atomic<long> &refs, const std::atomic<long> &host
         }
     }
     return false;
+}
+
+// Runs the part of an entry whose memory grows with its input. A host short
+// of memory answers `none` and records a shortfall of `size` bytes, as for a
+// block, rather than let std::bad_alloc leave the entry.
+template <typename Result, typename Make>
+Result OrShortfall(const char *entry, std::size_t size, Result none, Make make) {
+    try {
+        return make();
+    } catch (const std::bad_alloc &) {
+        State().shortfalls.push_back({entry, static_cast<RBInteger>(size)});
+        return none;
+    }
 }
 
 // Log helpers; call with the lock held.

@@ -15,6 +15,21 @@
 
 #include "simhost/platform.h"
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define QVT_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QVT_SANITIZED 1
+#endif
+#endif
+
+#if defined(__linux__)
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+#endif
+
 namespace {
 
 template <typename F>
@@ -240,6 +255,59 @@ TEST_F(SimHost, BlocksThatCannotBeHadAreShortfalls) {
     const auto raised = simhost::TakeExceptions();
     ASSERT_FALSE(raised.empty());
     EXPECT_EQ(raised[0].className, "OutOfMemoryException");
+}
+
+#if defined(__linux__)
+// Lets the process map `more` bytes beyond what it has mapped now.
+void LimitAddressSpace(std::size_t more) {
+    unsigned long pages = 0;
+    std::FILE *statm = std::fopen("/proc/self/statm", "r");
+    ASSERT_NE(statm, nullptr);
+    ASSERT_EQ(std::fscanf(statm, "%lu", &pages), 1);
+    std::fclose(statm);
+    const rlimit limit{pages * simhost::platform::PageSize() + more, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
+}
+#endif
+
+// Short of memory for a string, an entry answers as a host that cannot build
+// or convert one, and records a shortfall; the process goes on.
+TEST_F(SimHost, StringsThatCannotBeHadAreShortfalls) {
+#if !defined(__linux__) || defined(QVT_SANITIZED)
+    GTEST_SKIP() << "a limit on address space is Linux's, and sanitizers need the space";
+#else
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    constexpr std::size_t kBig = 64 << 20;
+    using Build = REALstring (*)(const void *, int32_t);
+    using BuildWith = REALstring (*)(const void *, int32_t, uint32_t);
+    const struct {
+        const char *entry;
+        std::function<bool(const std::string &, REALstring)> refused;
+    } rows[] = {
+        {"REALBuildString", [](const std::string &b, REALstring) { return Entry<Build>("REALBuildString")(b.data(), kBig) == nullptr; }},
+        {"REALBuildStringWithEncoding", [](const std::string &b, REALstring) { return Entry<BuildWith>("REALBuildStringWithEncoding")(b.data(), kBig, hostabi::kEncodingUTF8) == nullptr; }},
+        {"REALConvertString", [](const std::string &, REALstring s) { return Entry<REALstring (*)(REALstring, uint32_t)>("REALConvertString")(s, hostabi::kEncodingUTF16) == nullptr; }},
+        {"PluginGetStringData", [](const std::string &, REALstring s) { REALstringData record{}; return GetStringData(s, hostabi::kEncodingUTF16, &record) == 0 && record.data == nullptr; }},
+        {"RuntimeAddString", [](const std::string &, REALstring s) { return Entry<REALstring (*)(REALstring, REALstring)>("RuntimeAddString")(s, s) == nullptr; }},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EXIT(
+            {
+                simhost::Reset();
+                const std::string bytes(kBig, 'a');
+                REALstring big = simhost::NewString(bytes);
+                LimitAddressSpace(16 << 20);
+                const bool refused = r.refused(bytes, big);
+                const auto shortfalls = simhost::TakeMemoryShortfalls();
+                const bool recorded = shortfalls.size() == 1 && shortfalls[0].entry == r.entry &&
+                                      shortfalls[0].size >= static_cast<RBInteger>(kBig);
+                std::fprintf(stderr, "refused %d recorded %d\n", refused, recorded);
+                std::_Exit(refused && recorded ? 0 : 1);
+            },
+            ::testing::ExitedWithCode(0), "refused 1 recorded 1")
+            << r.entry;
+    }
+#endif
 }
 
 TEST_F(SimHost, SnapshotsTellBalancedFromUnbalanced) {
