@@ -149,13 +149,15 @@ REALobject NewMemorylessBlock();            // null pointer, size 0
 std::span<uint8_t> Bytes(REALobject block);
 void Release(REALobject object);
 
-// Blocks the host could not give memory to, oldest first, and forgets them:
-// who asked ("newMemoryBlock", "MemoryBlock.Constructor", "NewBlock") and
-// the size. Sizes above 512 GiB are refused without asking the system. The host answers such a request as it answers any it cannot
-// meet (newMemoryBlock and NewBlock nil, the constructor an
-// OutOfMemoryException), never by ending the process; this list tells a
-// block that could not be had from a nil given on purpose. Requests that
-// FailCall refuses are not in it.
+// Blocks and strings the host could not give memory to, oldest first, and
+// forgets them: who asked ("newMemoryBlock", "MemoryBlock.Constructor",
+// "NewBlock"; "REALBuildString", "REALBuildStringWithEncoding",
+// "REALConvertString", "PluginGetStringData", "RuntimeAddString") and the
+// size in bytes. Blocks above 512 GiB are refused without asking the system.
+// The host answers such a request as it answers any it cannot meet (nil, a
+// false PluginGetStringData, the constructor an OutOfMemoryException), never
+// by ending the process; this list tells one that could not be had from a
+// nil given on purpose. Requests that FailCall refuses are not in it.
 struct MemoryShortfall {
     std::string entry;
     RBInteger size = 0;
