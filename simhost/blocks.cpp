@@ -1,5 +1,5 @@
-// Memory blocks: owned (zeroed, fenced by guard bytes), foreign (over memory
-// of unknown size) and memoryless.
+// Memory blocks: owned (zeroed, between guard bytes, or fence pages when the
+// host fences), foreign (over memory of unknown size) and memoryless.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +19,11 @@ constexpr uint8_t kGuardByte = 0xA5;
 constexpr RBInteger kKeptAfterEnd = 1 << 20;
 // From here on a block is worth large pages (numpy draws the line here too).
 constexpr std::size_t kLargePages = 4 << 20;
+// No block is larger: more than any machine here could give, and below the
+// size at which a sanitizer's allocator ends the process instead of failing.
+constexpr uint64_t kLargestBlock = uint64_t{1} << 39;
+
+}  // namespace
 
 bool GuardIntact(const uint8_t *begin, const uint8_t *end) {
     for (const uint8_t *p = begin; p < end; ++p) {
@@ -26,8 +31,6 @@ bool GuardIntact(const uint8_t *begin, const uint8_t *end) {
     }
     return true;
 }
-
-}  // namespace
 
 BlockMemory &BlockMemory::operator=(BlockMemory &&other) noexcept {
     if (this != &other) {
@@ -53,7 +56,7 @@ void BlockMemory::Free() {
 
 BlockMemory BlockMemory::Make(RBInteger size, bool fenced) {
     BlockMemory m;
-    if (size < 0) return m;
+    if (size < 0 || static_cast<uint64_t>(size) > kLargestBlock) return m;
     const auto bytes = static_cast<std::size_t>(size);
     if (fenced) {
         const std::size_t page = platform::PageSize();
@@ -79,8 +82,9 @@ BlockMemory BlockMemory::Make(RBInteger size, bool fenced) {
         if (m.length_ >= kLargePages) platform::AdviseLargePages(m.base_, m.length_);
         m.data_ = m.base_ + kGuard;
     }
+    uint8_t *end = m.data_ + bytes;
     std::memset(m.FrontGuard(), kGuardByte, static_cast<std::size_t>(m.data_ - m.FrontGuard()));
-    std::memset(m.data_ + bytes, kGuardByte, static_cast<std::size_t>(m.BackGuardEnd() - m.data_) - bytes);
+    std::memset(end, kGuardByte, static_cast<std::size_t>(m.BackGuardEnd() - end));
     return m;
 }
 
@@ -236,80 +240,6 @@ std::span<uint8_t> Bytes(REALobject handle) {
         return {};
     }
     return {block.data, static_cast<std::size_t>(block.size)};
-}
-
-}  // namespace simhost
-
-namespace simhost::detail {
-
-bool FencedByEnvironment() {
-    const char *value = std::getenv("QVT_FENCED_BLOCKS");
-    return value != nullptr && std::string_view(value) == "1";
-}
-
-namespace {
-
-// The live blocks with memory of the host's own, for the look-ups below.
-template <typename Visit>
-void ForOwnedBlocks(Visit visit) {
-    for (const auto &o : State().objects) {
-        if (o->kind == ObjectKind::Block && !o->ended && o->storage) visit(*o);
-    }
-}
-
-BlockExtent ExtentOf(const ObjectRecord &block) {
-    return {HandleOf(block), NameOf(&block),           block.data,
-            block.size,      block.storage.ReachBegin(), block.storage.ReachEnd()};
-}
-
-}  // namespace
-
-}  // namespace simhost::detail
-
-namespace simhost {
-
-using namespace detail;
-
-std::vector<MemoryShortfall> TakeMemoryShortfalls() {
-    HostLock lock(State().mutex);
-    return std::exchange(State().shortfalls, {});
-}
-
-void SetFencedBlocks(bool on) {
-    HostLock lock(State().mutex);
-    State().fencedBlocks = on;
-}
-
-bool FencedBlocks() {
-    HostLock lock(State().mutex);
-    return State().fencedBlocks;
-}
-
-std::optional<AddressOwner> LocateAddress(const void *address) {
-    HostLock lock(State().mutex);
-    std::optional<AddressOwner> owner;
-    const auto *at = static_cast<const uint8_t *>(address);
-    ForOwnedBlocks([&](const ObjectRecord &block) {
-        if (!owner && at >= block.storage.ReachBegin() && at < block.storage.ReachEnd()) {
-            owner = AddressOwner{HandleOf(block), NameOf(&block), block.size, at - block.data};
-        }
-    });
-    return owner;
-}
-
-std::vector<BlockExtent> LiveBlockExtents() {
-    HostLock lock(State().mutex);
-    std::vector<BlockExtent> extents;
-    ForOwnedBlocks([&](const ObjectRecord &block) { extents.push_back(ExtentOf(block)); });
-    return extents;
-}
-
-const BlockExtent *FindExtent(std::span<const BlockExtent> extents, const void *address) {
-    const auto *at = static_cast<const uint8_t *>(address);
-    for (const BlockExtent &e : extents) {
-        if (at >= e.reachBegin && at < e.reachEnd) return &e;
-    }
-    return nullptr;
 }
 
 }  // namespace simhost

@@ -149,13 +149,15 @@ REALobject NewMemorylessBlock();            // null pointer, size 0
 std::span<uint8_t> Bytes(REALobject block);
 void Release(REALobject object);
 
-// Blocks the host could not give memory to, oldest first, and forgets them:
-// who asked ("newMemoryBlock", "MemoryBlock.Constructor", "NewBlock") and
-// the size. The host answers such a request as it answers any it cannot
-// meet (newMemoryBlock and NewBlock nil, the constructor an
-// OutOfMemoryException), never by ending the process; this list tells a
-// block that could not be had from a nil given on purpose. Requests that
-// FailCall refuses are not in it.
+// Blocks and strings the host could not give memory to, oldest first, and
+// forgets them: who asked ("newMemoryBlock", "MemoryBlock.Constructor",
+// "NewBlock"; "REALBuildString", "REALBuildStringWithEncoding",
+// "REALConvertString", "PluginGetStringData", "RuntimeAddString") and the
+// size in bytes. Blocks above 512 GiB are refused without asking the system.
+// The host answers such a request as it answers any it cannot meet (nil, a
+// false PluginGetStringData, the constructor an OutOfMemoryException), never
+// by ending the process; this list tells one that could not be had from a
+// nil given on purpose. Requests that FailCall refuses are not in it.
 struct MemoryShortfall {
     std::string entry;
     RBInteger size = 0;
@@ -206,6 +208,15 @@ struct BlockExtent {
 };
 std::vector<BlockExtent> LiveBlockExtents();
 const BlockExtent *FindExtent(std::span<const BlockExtent> extents, const void *address);
+
+// Fenced memory that belongs to no block, for an allocator standing in for
+// the plug-in's own in tests: zeroed, with the fences of a block. As calloc,
+// realloc and free: null when there is none, and a reallocation that fails
+// leaves the memory as it was. Freeing checks the front guard zone (a
+// fault, as for blocks).
+void *AllocateFenced(std::size_t size);
+void *ReallocateFenced(void *memory, std::size_t size);
+void FreeFenced(void *memory);
 
 // ---- Strings --------------------------------------------------------------
 // UTF-16 and UTF-32 text (0x100, 0xC000100) is in native byte order; hosts

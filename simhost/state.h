@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -42,7 +43,6 @@ public:
 
     explicit operator bool() const { return base_ != nullptr; }
     uint8_t *Data() const { return data_; }
-    bool Fenced() const { return fence_ != 0; }
     // The zones: [FrontGuard, Data) and [Data + size, BackGuardEnd).
     uint8_t *FrontGuard() const { return base_ + fence_; }
     uint8_t *BackGuardEnd() const { return base_ + length_ - fence_; }
@@ -204,6 +204,19 @@ inline bool TryUnlockFast(std::atomic<long> &refs, const std::atomic<long> &host
     return false;
 }
 
+// Runs the part of an entry whose memory grows with its input. A host short
+// of memory answers `none` and records a shortfall of `size` bytes, as for a
+// block, rather than let std::bad_alloc leave the entry.
+template <typename Result, typename Make>
+Result OrShortfall(const char *entry, std::size_t size, Result none, Make make) {
+    try {
+        return make();
+    } catch (const std::bad_alloc &) {
+        State().shortfalls.push_back({entry, static_cast<RBInteger>(size)});
+        return none;
+    }
+}
+
 // Log helpers; call with the lock held.
 void LogCall(const char *entry, std::string args = {});
 void Fault(std::string text);
@@ -263,6 +276,8 @@ void EndException(ObjectRecord &exception);
 void EndInstance(ObjectRecord &instance);
 void SyncArrayHeader(ObjectRecord &array);
 void CheckBlockGuards(ObjectRecord &block);
+// True when every byte of the zone holds the guard pattern.
+bool GuardIntact(const uint8_t *begin, const uint8_t *end);
 
 // Block creation shared by the entries and the test helpers; `entry` is
 // who asked, for the shortfalls.
