@@ -1,6 +1,7 @@
 #include "call.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <utility>
 
 #include "format.h"
+#include "guard.h"
 #include "invoke.h"
 #include "simhost/simhost.h"
 #include "targets.h"
@@ -76,11 +78,16 @@ std::optional<std::string> Holdings(REALobject instance) {
 }
 
 // Constructs an instance as Constructor(Size as Int64) with the size typed.
-bool Construct(REALobject instance, std::string_view size) {
+bool Construct(REALobject instance, std::string_view size, std::string &error) {
     int64_t bytes = 0;
     auto [end, failed] = std::from_chars(size.data(), size.data() + size.size(), bytes);
     auto constructor = simhost::FindMethod("Constructor(Size as Int64)", ClassOf(instance));
     if (failed != std::errc{} || end != size.data() + size.size() || bytes < 0 || !constructor) {
+        error = "new:N needs a size and a Constructor(Size as Int64)";
+        return false;
+    }
+    if (static_cast<uint64_t>(bytes) > kLargestBlock) {
+        error = "new:" + std::string(size) + " is over the cap of " + LargestBlockText();
         return false;
     }
     reinterpret_cast<void (*)(REALobject, int64_t)>(constructor->function)(instance, bytes);
@@ -170,6 +177,7 @@ struct Preparation {
     std::vector<REALstring> strings;
     std::vector<REALarray> arrays;
     std::string error;
+    int status = kUsage;  // of the error
 
     ~Preparation() {
         for (REALobject o : objects) simhost::Release(o);
@@ -199,9 +207,20 @@ struct Preparation {
         auto value = ParseValue(parameter, named ? named->text : text, error);
         if (!value) return std::nullopt;
         if (std::holds_alternative<Nil>(*value)) return nullptr;
-        const std::string &bytes = std::get<qvthost::BlockBytes>(*value).bytes;
+        REALobject block = NewBlock(std::get<qvthost::BlockBytes>(*value).bytes);
+        if (block != nullptr) (named ? named->object : objects.emplace_back()) = block;
+        return block != nullptr ? std::optional(block) : std::nullopt;
+    }
+
+    // A block of the host's with these bytes; nil, with the error, when the
+    // host has no memory for it.
+    REALobject NewBlock(const std::string &bytes) {
         REALobject block = simhost::NewBlock(View(bytes));
-        (named ? named->object : objects.emplace_back()) = block;
+        if (block == nullptr) {
+            status = kFaults;
+            error = "out of memory: the host could not allocate a block of " +
+                    Counted(bytes.size(), "byte");
+        }
         return block;
     }
 
@@ -239,8 +258,8 @@ struct Preparation {
         } else if (target.constructor || (text && (*text == "new" || text->starts_with("new:")))) {
             self = objects.emplace_back(simhost::NewInstance(target.receiver));
             fresh = true;
-            if (text && text->starts_with("new:") && !Construct(self, text->substr(4))) {
-                error = "--self: new:N needs a size and a Constructor(Size as Int64)";
+            if (text && text->starts_with("new:") && !Construct(self, text->substr(4), error)) {
+                error = "--self: " + error;
                 return std::nullopt;
             }
         }
@@ -257,7 +276,9 @@ struct Preparation {
         REALobject base = nullptr;
         if (place.base.empty()) {
             const std::string &bytes = place.bytes;
-            base = objects.emplace_back(simhost::NewBlock(View(bytes)));
+            base = NewBlock(bytes);
+            if (base == nullptr) return false;
+            objects.push_back(base);
             Show(parameter.name, base, false);
         } else if (place.base == "self") {
             base = self;
@@ -280,7 +301,7 @@ struct Preparation {
         return true;
     }
 
-    bool Add(const Parameter &parameter, const std::string &text, REALobject self) {
+    bool Add(const Parameter &parameter, const std::string &text, REALobject self, bool size) {
         const Type &type = *parameter.type;
         if (type.kind == Kind::Block && !parameter.array) {
             auto block = Block(parameter, text);
@@ -305,6 +326,10 @@ struct Preparation {
             return Place(parameter, *place, self);
         Argument argument{SlotOf(type)};
         if (auto *bits = std::get_if<uint64_t>(&*value)) argument.bits = *bits;
+        if (size && static_cast<int64_t>(argument.bits) > static_cast<int64_t>(kLargestBlock)) {
+            error = source + " is over the cap of " + LargestBlockText();
+            return false;
+        }
         if (auto *truth = std::get_if<bool>(&*value)) argument.bits = *truth ? 1 : 0;
         if (auto *real = std::get_if<double>(&*value)) argument.real = *real;
         if (auto *string = std::get_if<Text>(&*value)) {
@@ -320,6 +345,27 @@ struct Preparation {
         return true;
     }
 };
+
+// A byte count the call makes the host allocate: a parameter named Size, or
+// the value given to a Size property.
+bool IsSize(const Signature &signature, const Parameter &parameter) {
+    auto lower = [](std::string text) {
+        for (char &c : text) c = c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
+        return text;
+    };
+    return parameter.type->kind == Kind::Integer &&
+           (lower(parameter.name) == "size" || (parameter.assigns && lower(signature.name) == "size"));
+}
+
+// The blocks of the call, and every block of the host, for a fault's report.
+void Watch(const std::vector<Preparation::Shown> &shown) {
+    for (const auto &block : shown) {
+        if (block.instance || block.object == nullptr) continue;
+        auto bytes = simhost::Bytes(block.object);
+        Watch(block.label, bytes.data(), bytes.size());
+    }
+    WatchHostBlocks();
+}
 
 // An address as a place in a block of the call, when it is in one.
 std::string PlaceOf(uint64_t address, const std::vector<Preparation::Shown> &blocks) {
@@ -342,27 +388,35 @@ std::string Describe(const Type *type, const Returned &returned,
                      const std::vector<Preparation::Shown> &blocks, Report &report) {
     if (type == nullptr) return "nil";
     const uint64_t bits = returned.bits;
-    std::string shown, json, kept;
+    std::string shown, kept;
+    JsonValue json;
     switch (type->kind) {
     case Kind::Integer: {
         const int shift = 64 - 8 * type->bytes;
-        shown = type->isSigned ? std::to_string(static_cast<int64_t>(bits << shift) >> shift)
-                               : std::to_string(bits);
-        json = kept = shown;
+        const uint64_t masked = shift == 0 ? bits : bits & ((uint64_t{1} << (64 - shift)) - 1);
+        const auto value = static_cast<int64_t>(bits << shift) >> shift;
+        shown = type->isSigned ? std::to_string(value) : std::to_string(masked);
+        json = type->isSigned ? JsonValue(value) : JsonValue(masked);
+        kept = shown;
+        char hex[24];
+        std::snprintf(hex, sizeof hex, "0x%llX", static_cast<unsigned long long>(masked));
+        report.resultHex = hex;
         break;
     }
     case Kind::Boolean:
-        json = kept = shown = (bits & 0xFF) != 0 ? "true" : "false";
+        kept = shown = (bits & 0xFF) != 0 ? "true" : "false";
+        json = (bits & 0xFF) != 0;
         break;
     case Kind::Real:
         kept = shown = type->bytes == 4 ? Shortest(static_cast<float>(returned.real))
                                         : Shortest(returned.real);
         // inf and nan have no JSON number.
-        json = shown.find_first_of("in") == std::string::npos ? shown : JsonString(shown);
+        json = std::isfinite(returned.real) ? JsonValue(std::strtod(shown.c_str(), nullptr))
+                                            : JsonValue(shown);
         break;
     case Kind::Ptr:
         shown = PlaceOf(bits, blocks);
-        json = JsonString(shown);
+        json = shown;
         kept = std::to_string(bits);
         break;
     case Kind::String:
@@ -373,8 +427,7 @@ std::string Describe(const Type *type, const Returned &returned,
             std::snprintf(id, sizeof id, "0x%X", encoding);
             shown = "String of " + Counted(bytes.size(), "byte") + ": " + Hex(View(bytes)) +
                     ", encoding " + id;
-            json = "{\"hex\":" + JsonString(HexDigits(bytes)) +
-                   ",\"encoding\":" + std::to_string(encoding) + "}";
+            json = {{"hex", HexDigits(bytes)}, {"encoding", encoding}};
             kept = "hex:" + HexDigits(bytes) + "@enc=" + std::to_string(encoding);
             simhost::Release(string);
         }
@@ -383,11 +436,14 @@ std::string Describe(const Type *type, const Returned &returned,
         if (auto object = reinterpret_cast<REALobject>(bits)) {
             const std::string bytes = BytesOf(object);
             shown = "MemoryBlock of " + Counted(bytes.size(), "byte") + ": " + Hex(View(bytes));
-            json = "{\"hex\":" + JsonString(HexDigits(bytes)) + "}";
+            json = {{"hex", HexDigits(bytes)}};
         }
         break;
     }
-    if (shown.empty()) json = kept = shown = "nil";
+    if (shown.empty()) {
+        kept = shown = "nil";
+        json = nullptr;
+    }
     report.result = shown;
     report.resultJson = json;
     return kept;
@@ -424,7 +480,8 @@ LineOutcome Session::Run(const std::vector<std::string> &words) {
 LineOutcome Session::Call(const std::vector<std::string> &words, const std::string &keep) {
     std::size_t at = 0;
     std::optional<std::string> selfText;
-    if (at < words.size() && words[at] == "--self") {
+    while (at < words.size() && words[at] == "--self") {
+        if (selfText) return {kUsage, "--self is given twice"};
         if (at + 1 >= words.size()) return {kUsage, "--self needs a value"};
         selfText = words[at + 1];
         at += 2;
@@ -435,8 +492,9 @@ LineOutcome Session::Call(const std::vector<std::string> &words, const std::stri
                                          words.end());
 
     std::string error;
-    auto target = FindTarget(text, given.size(), error);
-    if (!target) return {kNotFound, error};
+    int status = kNotFound;
+    auto target = FindTarget(text, given, error, status);
+    if (!target) return {status, error};
     auto signature = ParseDeclaration(target->declaration, error);
     if (!signature) return {kUsage, target->declaration + ": " + error};
     const auto &parameters = signature->parameters;
@@ -454,18 +512,22 @@ LineOutcome Session::Call(const std::vector<std::string> &words, const std::stri
         Preparation prepared{names_};
         bool fresh = false;  // an instance of ours that ends with the call unless kept
         auto receiver = prepared.Receiver(*target, selfText, fresh);
-        if (!receiver) return {kUsage, prepared.error};
+        if (!receiver) return {prepared.status, prepared.error};
         REALobject self = *receiver;
-        if (!target->receiver.empty()) {
+        // A module's property is read and set with a nil instance.
+        if (!target->receiver.empty() || target->property) {
             prepared.arguments.push_back({Slot::Word, reinterpret_cast<uintptr_t>(self)});
         }
         if (target->property) prepared.arguments.push_back({Slot::Word, 0});
         for (std::size_t i = 0; i < parameters.size(); ++i) {
             const bool typed = i < given.size();
-            if (!prepared.Add(parameters[i], typed ? given[i] : *parameters[i].fallback, self)) {
-                return {kUsage, "argument " + parameters[i].name + " (" + TypeName(parameters[i]) +
-                                    (typed ? "" : " = " + *parameters[i].fallback) +
-                                    "): " + prepared.error};
+            const bool size = IsSize(*signature, parameters[i]);
+            if (!prepared.Add(parameters[i], typed ? given[i] : *parameters[i].fallback, self,
+                              size)) {
+                return {prepared.status, "argument " + parameters[i].name + " (" +
+                                             TypeName(parameters[i]) +
+                                             (typed ? "" : " = " + *parameters[i].fallback) +
+                                             "): " + prepared.error};
             }
         }
 
@@ -475,8 +537,11 @@ LineOutcome Session::Call(const std::vector<std::string> &words, const std::stri
         simhost::TakeExceptions();
         simhost::ClearCalls();
         const simhost::Snapshot snapshot = simhost::TakeSnapshot();
+        simhost::TakeMemoryShortfalls();
+        Watch(prepared.shown);
         auto returned =
             Invoke(target->function, ReturnsOf(signature->result), prepared.arguments, error);
+        Unwatch();
         if (!returned) return {kUsage, target->declaration + ": " + error};
         report.declaration = target->declaration;
         for (const auto &call : simhost::Calls())
@@ -513,7 +578,11 @@ LineOutcome Session::Call(const std::vector<std::string> &words, const std::stri
     }
     const auto faults = simhost::Faults();
     report.faults.assign(faults.begin() + static_cast<std::ptrdiff_t>(faultsBefore), faults.end());
-    const int status = report.imbalance.empty() && report.faults.empty() ? kClean : kFaults;
+    for (const auto &shortfall : simhost::TakeMemoryShortfalls()) {
+        report.faults.push_back("out of memory: " + shortfall.entry + " could not have " +
+                                Counted(static_cast<std::size_t>(shortfall.size), "byte"));
+    }
+    status = report.imbalance.empty() && report.faults.empty() ? kClean : kFaults;
     return {status, {}, std::move(report)};
 }
 

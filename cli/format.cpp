@@ -69,32 +69,29 @@ std::size_t Utf8Length(std::string_view text, std::size_t at) {
 
 }  // namespace
 
-std::string JsonString(std::string_view text) {
-    std::string out = "\"";
+std::string Utf8(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
     for (std::size_t at = 0; at < text.size();) {
-        const auto c = static_cast<unsigned char>(text[at]);
         const std::size_t length = Utf8Length(text, at);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (c == '\r') {
-            out += "\\r";
-        } else if (c < 0x20 || c == 0x7F || length == 0) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04X", c);
-            out += escape;
-        } else {
+        if (length != 0) {
             out.append(text.substr(at, length));
             at += length;
             continue;
         }
-        ++at;
+        const auto byte = static_cast<unsigned char>(text[at++]);
+        out += static_cast<char>(0xC0 | (byte >> 6));
+        out += static_cast<char>(0x80 | (byte & 0x3F));
     }
-    return out + "\"";
+    return out;
+}
+
+std::string Dump(const JsonValue &value) {
+    return value.dump();
+}
+
+std::string JsonString(std::string_view text) {
+    return Dump(Utf8(text));
 }
 
 }  // namespace qvthost

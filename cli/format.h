@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include <nlohmann/json.hpp>
+
 namespace qvthost {
 
 // "00 01 FF"; long runs are cut with "...".
@@ -16,8 +18,14 @@ std::string VersionText(double version);
 std::string Counted(std::size_t count, const std::string &noun);
 // "00FF", every byte, for what a program reads back.
 std::string HexDigits(std::string_view bytes);
-// A JSON string literal, quotes included; bytes that are not UTF-8 are
-// escaped one by one as the code points of the same value.
+// JSON values keep their members in the order they are added.
+using JsonValue = nlohmann::ordered_json;
+// The text with every byte that is not part of well-formed UTF-8 taken as
+// the code point of the same value, so that JSON can carry it.
+std::string Utf8(std::string_view text);
+// One line of JSON.
+std::string Dump(const JsonValue &value);
+// A JSON string literal, quotes included, of Utf8(text).
 std::string JsonString(std::string_view text);
 
 }  // namespace qvthost

@@ -72,12 +72,6 @@ void PrintBlock(std::ostream &out, const BlockReport &block) {
     if (!marks.empty()) out << "            " << marks << "\n";
 }
 
-std::string JsonList(const std::vector<std::string> &items) {
-    std::string out = "[";
-    for (const auto &item : items) out += (out.size() > 1 ? "," : "") + JsonString(item);
-    return out + "]";
-}
-
 std::vector<std::string> Lines(const std::string &text) {
     std::vector<std::string> lines;
     std::size_t start = 0;
@@ -89,22 +83,29 @@ std::vector<std::string> Lines(const std::string &text) {
     return lines;
 }
 
-std::string JsonBlock(const BlockReport &block) {
+JsonValue JsonBlock(const BlockReport &block) {
     auto hex = [](const std::optional<std::string> &b) {
-        return b ? JsonString(HexDigits(*b)) : std::string("null");
+        return b ? JsonValue(Utf8(HexDigits(*b))) : JsonValue(nullptr);
     };
-    std::string changed;
+    JsonValue changed = JsonValue::array();
     const std::string before = block.before.value_or(""), after = block.after.value_or("");
     for (std::size_t at = 0; at < std::max(before.size(), after.size()); ++at) {
         if (!Changed(before, after, at)) continue;
         std::size_t end = at;
         while (end < std::max(before.size(), after.size()) && Changed(before, after, end)) ++end;
-        changed +=
-            (changed.empty() ? "[" : ",[") + std::to_string(at) + "," + std::to_string(end) + "]";
+        changed.push_back({at, end});
         at = end;
     }
-    return "{\"name\":" + JsonString(block.label) + ",\"before\":" + hex(block.before) +
-           ",\"after\":" + hex(block.after) + ",\"changed\":[" + changed + "]}";
+    return {{"name", Utf8(block.label)},
+            {"before", hex(block.before)},
+            {"after", hex(block.after)},
+            {"changed", std::move(changed)}};
+}
+
+JsonValue Utf8List(const std::vector<std::string> &items) {
+    JsonValue list = JsonValue::array();
+    for (const auto &item : items) list.push_back(Utf8(item));
+    return list;
 }
 
 }  // namespace
@@ -143,7 +144,11 @@ void PrintText(std::ostream &out, const LineOutcome &outcome, std::size_t line, 
     const Report &report = *outcome.report;
     out << where << report.declaration << "\n";
     for (const auto &block : report.blocks) PrintBlock(out, block);
-    if (report.result) out << "  result  " << *report.result << "\n";
+    if (report.result) {
+        out << "  result  " << *report.result;
+        if (report.resultHex) out << " (" << *report.resultHex << ")";
+        out << "\n";
+    }
     for (const auto &[name, message] : report.exceptions) {
         out << "  raised  " << name << ": " << message.value_or("(nil message)") << "\n";
     }
@@ -161,30 +166,40 @@ void PrintText(std::ostream &out, const LineOutcome &outcome, std::size_t line, 
 }
 
 std::string Json(const LineOutcome &outcome, std::size_t line, bool debug) {
-    std::string out = "{";
-    if (line != 0) out += "\"line\":" + std::to_string(line) + ",";
-    out += "\"status\":" + std::to_string(outcome.status);
-    if (!outcome.error.empty()) return out + ",\"error\":" + JsonString(outcome.error) + "}";
-    if (!outcome.defined.empty()) return out + ",\"defined\":" + JsonString(outcome.defined) + "}";
+    JsonValue out = JsonValue::object();
+    if (line != 0) out["line"] = line;
+    out["status"] = outcome.status;
+    if (!outcome.error.empty()) {
+        out["error"] = Utf8(outcome.error);
+        return Dump(out);
+    }
+    if (!outcome.defined.empty()) {
+        out["defined"] = Utf8(outcome.defined);
+        return Dump(out);
+    }
     const Report &report = *outcome.report;
-    out += ",\"declaration\":" + JsonString(report.declaration);
-    out += ",\"result\":" + report.resultJson;
-    out += ",\"exceptions\":[";
-    for (std::size_t i = 0; i < report.exceptions.size(); ++i) {
-        const auto &[name, message] = report.exceptions[i];
-        out += std::string(i ? "," : "") + "{\"class\":" + JsonString(name) +
-               ",\"message\":" + (message ? JsonString(*message) : "null") + "}";
+    out["declaration"] = Utf8(report.declaration);
+    out["result"] = report.resultJson;
+    if (report.resultHex) out["resultHex"] = *report.resultHex;
+    JsonValue exceptions = JsonValue::array();
+    for (const auto &[name, message] : report.exceptions) {
+        exceptions.push_back(
+            {{"class", Utf8(name)}, {"message", message ? JsonValue(Utf8(*message)) : nullptr}});
     }
-    out += "],\"blocks\":[";
-    for (std::size_t i = 0; i < report.blocks.size(); ++i) {
-        out += (i ? "," : "") + JsonBlock(report.blocks[i]);
-    }
-    out += "]";
-    if (debug) out += ",\"log\":" + JsonList(report.log);
-    out += ",\"balanced\":" + std::string(report.imbalance.empty() ? "true" : "false");
-    out += ",\"imbalance\":" + JsonList(Lines(report.imbalance));
-    out += ",\"faults\":" + JsonList(report.faults);
-    return out + "}";
+    out["exceptions"] = std::move(exceptions);
+    JsonValue blocks = JsonValue::array();
+    for (const auto &block : report.blocks) blocks.push_back(JsonBlock(block));
+    out["blocks"] = std::move(blocks);
+    if (debug) out["log"] = Utf8List(report.log);
+    out["balanced"] = report.imbalance.empty();
+    out["imbalance"] = Utf8List(Lines(report.imbalance));
+    out["faults"] = Utf8List(report.faults);
+    return Dump(out);
+}
+
+std::string ShownJson(int status, const std::string &command, const std::string &text) {
+    const JsonValue out = {{"status", status}, {"command", command}, {"lines", Utf8List(Lines(text))}};
+    return Dump(out);
 }
 
 }  // namespace qvthost

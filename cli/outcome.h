@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "format.h"
+
 namespace qvthost {
 
 // Exit statuses.
@@ -24,7 +26,8 @@ struct BlockReport {
 struct Report {
     std::string declaration;
     std::optional<std::string> result;  // nullopt when the method returns nothing
-    std::string resultJson = "null";
+    JsonValue resultJson;                // null when the method returns nothing
+    std::optional<std::string> resultHex;  // "0xFF" beside an integer result
     std::vector<std::pair<std::string, std::optional<std::string>>> exceptions;  // class, message
     std::vector<BlockReport> blocks;
     std::vector<std::string> log;
@@ -47,5 +50,7 @@ std::vector<std::pair<std::size_t, std::size_t>> ShownRanges(const std::string &
 // `line` 0 for a call given on the command line.
 void PrintText(std::ostream &out, const LineOutcome &outcome, std::size_t line, bool debug);
 std::string Json(const LineOutcome &outcome, std::size_t line, bool debug);
+// load and demo as JSON: the status and the lines of text they print.
+std::string ShownJson(int status, const std::string &command, const std::string &text);
 
 }  // namespace qvthost

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "names.h"
+#include "outcome.h"
 #include "simhost/simhost.h"
 #include "values.h"
 
@@ -41,14 +42,25 @@ std::vector<Target> Targets() {
     }
     // A getter or setter of all ones is direct access by offset: nothing to call.
     const auto direct = reinterpret_cast<REALproc>(~uintptr_t{0});
+    // Properties of classes and of modules (read and set with a nil instance).
     for (const auto &registration : simhost::Registrations()) {
-        if (registration.kind != "Class") continue;
+        const bool module = registration.kind == "Module";
+        if (registration.kind != "Class" && !module) continue;
         const simhost::RegistrationInfo info = simhost::Inspect(registration);
+        const std::string receiver = module ? "" : info.name;
         for (const auto &member : info.members) {
             if (member.role != "property") continue;
             auto property = simhost::FindProperty(NameOf(member.text), info.name);
-            if (!property || property->getter == nullptr || property->getter == direct) continue;
-            add({member.text, member.text, info.name, property->getter, true, false});
+            if (!property) continue;
+            if (property->getter != nullptr && property->getter != direct) {
+                add({member.text, member.text, receiver, property->getter, true, false});
+            }
+            if (property->setter != nullptr && property->setter != direct) {
+                const std::string assigning =
+                    NameOf(member.text) + "(assigns value" +
+                    member.text.substr(member.text.find(" as ")) + ")";
+                add({assigning, assigning, receiver, property->setter, true, false});
+            }
         }
     }
     return targets;
@@ -67,9 +79,51 @@ bool Takes(const Target &target, std::size_t arguments) {
            arguments <= signature->parameters.size();
 }
 
+// Whether each word reads as a value of its parameter's kind; named values
+// and files are read by the call itself.
+bool Accepts(const Target &target, const std::vector<std::string> &given) {
+    std::string error;
+    auto signature = ParseDeclaration(target.declaration, error);
+    if (!signature || !Takes(target, given.size())) return false;
+    for (std::size_t i = 0; i < given.size(); ++i) {
+        const Parameter &parameter = signature->parameters[i];
+        const Kind kind = parameter.type->kind;
+        if (given[i].starts_with('@')) continue;
+        if (given[i].starts_with("file:")) {
+            if (kind == Kind::Block || kind == Kind::Ptr) continue;
+            return false;
+        }
+        if (!ParseValue(parameter, given[i], error)) return false;
+    }
+    return true;
+}
+
+// "1 or 2": the argument counts the targets take.
+std::string Counts(const std::vector<const Target *> &targets) {
+    std::vector<std::size_t> counts;
+    for (const Target *t : targets) {
+        std::string error;
+        auto signature = ParseDeclaration(t->declaration, error);
+        for (std::size_t n = signature ? signature->Required() : 1;
+             signature && n <= signature->parameters.size(); ++n) {
+            counts.push_back(n);
+        }
+    }
+    std::sort(counts.begin(), counts.end());
+    counts.erase(std::unique(counts.begin(), counts.end()), counts.end());
+    std::string text;
+    for (std::size_t i = 0; i < counts.size(); ++i) {
+        text += (i == 0 ? "" : i + 1 == counts.size() ? " or " : ", ") + std::to_string(counts[i]);
+    }
+    return text;
+}
+
 }  // namespace
 
-std::optional<Target> FindTarget(std::string_view text, std::size_t arguments, std::string &error) {
+std::optional<Target> FindTarget(std::string_view text, const std::vector<std::string> &given,
+                                 std::string &error, int &status) {
+    const std::size_t arguments = given.size();
+    status = kNotFound;
     const std::vector<Target> targets = Targets();
     // A bare name is also a declaration ("Close"); its overloads still count.
     const std::string name = NameOf(text);
@@ -87,12 +141,21 @@ std::optional<Target> FindTarget(std::string_view text, std::size_t arguments, s
         for (std::size_t i : Matching(name, names)) matches.push_back(&targets[i]);
     }
     if (matches.size() > 1) {
-        std::vector<const Target *> fitting;
+        std::vector<const Target *> fitting, accepting;
         for (const Target *t : matches) {
             if (Takes(*t, arguments)) fitting.push_back(t);
+            if (Accepts(*t, given)) accepting.push_back(t);
         }
+        if (fitting.empty()) {
+            status = kUsage;
+            error = "'" + std::string(text) + "' takes " + Counts(matches) + " arguments, " +
+                    std::to_string(arguments) + " given: " + Listed(matches);
+            return std::nullopt;
+        }
+        // Where the count does not decide, the kinds of the values may.
         if (fitting.size() == 1) return *fitting.front();
-        const auto &listed = fitting.empty() ? matches : fitting;
+        if (accepting.size() == 1) return *accepting.front();
+        const auto &listed = accepting.empty() ? fitting : accepting;
         error = "'" + std::string(text) + "' matches " + std::to_string(listed.size()) +
                 " declarations, give one in full: " + Listed(listed);
         return std::nullopt;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "format.h"
+#include "guard.h"
 #include "simhost/simhost.h"
 
 namespace qvthost {
@@ -316,9 +317,9 @@ std::vector<Step> Steps() {
              simhost::Release(target);
              return outcome;
          }},
-        {"BytesZeroQVT(srcOfs as Integer, numBytes as Integer) as Boolean", "srcOfs=0 numBytes=11",
+        {"BytesZeroQVT(srcOfs as Integer, numBytes as Integer) as Boolean", "srcOfs=0 numBytes=10",
          Receiver::Block, kZeros,
-         [](R f, O b) { return Truth(Invoke<bool, O, intptr_t, intptr_t>(f, b, 0, 11)); }},
+         [](R f, O b) { return Truth(Invoke<bool, O, intptr_t, intptr_t>(f, b, 0, 10)); }},
         {"MirrorBytesQVT(offsetByte as Integer = 0, lengthByte as integer = -1)",
          "offsetByte=0 lengthByte=-1", Receiver::Block, kCounting,
          [](R f, O b) { return Void<O, intptr_t, intptr_t>(f, b, 0, -1); }},
@@ -413,7 +414,10 @@ bool Run(std::ostream &out, const Step &step, REALproc function) {
     // end, which closes it, counts in the balance.
     REALobject instance =
         step.receiver == Receiver::Instance ? simhost::NewInstance(kOwnedClass) : nullptr;
+    if (block != nullptr) Watch("self", simhost::Bytes(block).data(), simhost::Bytes(block).size());
+    WatchHostBlocks();
     Outcome outcome = step.call(function, instance != nullptr ? instance : block);
+    Unwatch();
     simhost::Release(instance);
     std::string difference = simhost::CompareSnapshot(before, {outcome.object});
 

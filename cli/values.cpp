@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 
 #include "abi/plugin_abi.h"
@@ -28,9 +29,6 @@ constexpr Type kTypes[] = {
     {"Boolean", Kind::Boolean, 1, false},    {"String", Kind::String, kWord, false},
     {"Ptr", Kind::Ptr, kWord, false},        {"MemoryBlock", Kind::Block, kWord, false},
 };
-
-// Nothing a person types by hand needs more, and a typo must not exhaust memory.
-constexpr uint64_t kLargestBlock = uint64_t{1} << 30;
 
 bool SameText(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
@@ -162,25 +160,40 @@ std::optional<std::string> ParseHex(std::string_view digits, std::string &error)
 }
 
 std::optional<std::string> ReadFile(const std::string &path, std::string &error) {
-    std::FILE *file = std::fopen(path.c_str(), "rb");
-    std::string bytes;
-    if (file != nullptr) {
-        char chunk[65536];
-        std::size_t got = 0;
-        while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) {
-            bytes.append(chunk, got);
-            if (bytes.size() > kLargestBlock) break;
-        }
-        const bool failed = std::ferror(file) != 0;
-        const int code = errno;
-        std::fclose(file);
-        if (!failed && bytes.size() <= kLargestBlock) return bytes;
-        error = "cannot read file:" + path + ": " +
-                (failed ? std::strerror(code)
-                        : "larger than " + std::to_string(kLargestBlock) + " bytes");
+    std::error_code code;
+    const auto status = std::filesystem::status(path, code);
+    const std::string named = "cannot read file:" + path + ": ";
+    if (code) {
+        error = named + code.message();
         return std::nullopt;
     }
-    error = "cannot read file:" + path + ": " + std::strerror(errno);
+    // Devices and pipes may never end.
+    if (status.type() != std::filesystem::file_type::regular) {
+        error = named + "not a regular file";
+        return std::nullopt;
+    }
+    const auto size = std::filesystem::file_size(path, code);
+    if (!code && size > kLargestBlock) {
+        error = "file:" + path + " is over the cap of " + LargestBlockText();
+        return std::nullopt;
+    }
+    std::FILE *file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) {
+        error = named + std::strerror(errno);
+        return std::nullopt;
+    }
+    std::string bytes;
+    char chunk[65536];
+    std::size_t got = 0;
+    while (bytes.size() <= kLargestBlock && (got = std::fread(chunk, 1, sizeof chunk, file)) > 0) {
+        bytes.append(chunk, got);
+    }
+    const bool failed = std::ferror(file) != 0;
+    const int number = errno;
+    std::fclose(file);
+    if (!failed && bytes.size() <= kLargestBlock) return bytes;
+    error = failed ? named + std::strerror(number)
+                   : "file:" + path + " is over the cap of " + LargestBlockText();
     return std::nullopt;
 }
 
@@ -196,8 +209,7 @@ std::optional<std::string> ParseBytes(std::string_view text, std::string &error)
             return std::nullopt;
         }
         if (size > kLargestBlock) {
-            error = "zero:" + std::to_string(size) + " is larger than " +
-                    std::to_string(kLargestBlock) + " bytes";
+            error = "zero:" + std::to_string(size) + " is over the cap of " + LargestBlockText();
             return std::nullopt;
         }
         return std::string(size, '\0');
@@ -274,6 +286,11 @@ std::optional<Value> ParseArray(const Type &element, std::string_view text, std:
 }
 
 }  // namespace
+
+std::string LargestBlockText() {
+    return std::to_string(kLargestBlock) + " bytes (" + std::to_string(kLargestBlock >> 20) +
+           " MiB)";
+}
 
 const Type *FindType(std::string_view name) {
     for (const Type &type : kTypes) {

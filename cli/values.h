@@ -12,6 +12,13 @@
 
 namespace qvthost {
 
+// The cap on a block or a size typed (zero:, file:, new:, the size given to
+// Resize or Size): nothing a person types by hand needs more, and a typo must
+// not exhaust memory.
+constexpr uint64_t kLargestBlock = uint64_t{256} << 20;
+// "268435456 bytes (256 MiB)".
+std::string LargestBlockText();
+
 enum class Kind { Integer, Real, Boolean, String, Ptr, Block };
 
 struct Type {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace qvt::seams {
@@ -11,5 +12,15 @@ namespace qvt::seams {
 // Answers true when the allocation of `size` bytes is to fail.
 using AllocationFailure = bool (*)(int64_t size);
 extern constinit std::atomic<AllocationFailure> gFailAllocation;
+
+// Stands in for the platform's allocator behind AllocateMemory, FreeMemory
+// and MemoryBlockQVT's Resize (with its contract), such as one that fences
+// every allocation. Set before the first allocation, if at all.
+struct Allocator {
+    void *(*allocateZeroed)(std::size_t size);
+    void (*free)(void *memory);
+    void *(*reallocate)(void *memory, std::size_t size);
+};
+extern constinit std::atomic<const Allocator *> gAllocator;
 
 }  // namespace qvt::seams

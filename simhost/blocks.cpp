@@ -1,5 +1,7 @@
-// Memory blocks: owned (zeroed, fenced by guard bytes), foreign (over memory
-// of unknown size) and memoryless.
+// Memory blocks: owned (zeroed, between guard bytes, or fence pages when the
+// host fences), foreign (over memory of unknown size) and memoryless.
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -17,40 +19,92 @@ constexpr uint8_t kGuardByte = 0xA5;
 constexpr RBInteger kKeptAfterEnd = 1 << 20;
 // From here on a block is worth large pages (numpy draws the line here too).
 constexpr std::size_t kLargePages = 4 << 20;
+// No block is larger: more than any machine here could give, and below the
+// size at which a sanitizer's allocator ends the process instead of failing.
+constexpr uint64_t kLargestBlock = uint64_t{1} << 39;
 
-bool GuardIntact(const uint8_t *p) {
-    for (std::size_t i = 0; i < kGuard; ++i) {
-        if (p[i] != kGuardByte) return false;
+}  // namespace
+
+bool GuardIntact(const uint8_t *begin, const uint8_t *end) {
+    for (const uint8_t *p = begin; p < end; ++p) {
+        if (*p != kGuardByte) return false;
     }
     return true;
 }
 
-}  // namespace
-
-std::unique_ptr<uint8_t, FreeDeleter> NewBlockMemory(RBInteger size) {
-    if (size < 0) return nullptr;
-    auto total = static_cast<std::size_t>(size) + 2 * kGuard;
-    // calloc: large blocks stay untouched, and so cheap, until used.
-    std::unique_ptr<uint8_t, FreeDeleter> raw(static_cast<uint8_t *>(std::calloc(total, 1)));
-    if (raw == nullptr) return nullptr;
-    if (total >= kLargePages) platform::AdviseLargePages(raw.get(), total);
-    std::memset(raw.get(), kGuardByte, kGuard);
-    std::memset(raw.get() + kGuard + size, kGuardByte, kGuard);
-    return raw;
+BlockMemory &BlockMemory::operator=(BlockMemory &&other) noexcept {
+    if (this != &other) {
+        Free();
+        base_ = std::exchange(other.base_, nullptr);
+        length_ = std::exchange(other.length_, 0);
+        data_ = std::exchange(other.data_, nullptr);
+        fence_ = std::exchange(other.fence_, 0);
+    }
+    return *this;
 }
 
-void SetBlockMemory(ObjectRecord &block, std::unique_ptr<uint8_t, FreeDeleter> memory,
-                    RBInteger size) {
+BlockMemory::~BlockMemory() { Free(); }
+
+void BlockMemory::Free() {
+    if (fence_ != 0) {
+        platform::UnmapPages(base_, length_);
+    } else {
+        std::free(base_);
+    }
+    base_ = data_ = nullptr;
+}
+
+BlockMemory BlockMemory::Make(RBInteger size, bool fenced) {
+    BlockMemory m;
+    if (size < 0 || static_cast<uint64_t>(size) > kLargestBlock) return m;
+    const auto bytes = static_cast<std::size_t>(size);
+    if (fenced) {
+        const std::size_t page = platform::PageSize();
+        if (bytes > SIZE_MAX - 3 * page) return m;
+        const std::size_t pages = (bytes + page - 1) / page;
+        const std::size_t length = (pages + 2) * page;
+        auto *base = static_cast<uint8_t *>(platform::MapPages(length));
+        if (base == nullptr) return m;
+        m.base_ = base;
+        m.length_ = length;
+        m.fence_ = page;
+        if (!platform::FencePages(base, page) ||
+            !platform::FencePages(base + length - page, page)) {
+            return BlockMemory();
+        }
+        m.data_ = base + length - page - bytes;
+    } else {
+        if (bytes > SIZE_MAX - 2 * kGuard) return m;
+        // calloc: large blocks stay untouched, and so cheap, until used.
+        m.length_ = bytes + 2 * kGuard;
+        m.base_ = static_cast<uint8_t *>(std::calloc(m.length_, 1));
+        if (m.base_ == nullptr) return m;
+        if (m.length_ >= kLargePages) platform::AdviseLargePages(m.base_, m.length_);
+        m.data_ = m.base_ + kGuard;
+    }
+    uint8_t *end = m.data_ + bytes;
+    std::memset(m.FrontGuard(), kGuardByte, static_cast<std::size_t>(m.data_ - m.FrontGuard()));
+    std::memset(end, kGuardByte, static_cast<std::size_t>(m.BackGuardEnd() - end));
+    return m;
+}
+
+BlockMemory NewBlockMemory(const char *entry, RBInteger size) {
+    BlockMemory memory = BlockMemory::Make(size, State().fencedBlocks);
+    if (!memory && size >= 0) State().shortfalls.push_back({entry, size});
+    return memory;
+}
+
+void SetBlockMemory(ObjectRecord &block, BlockMemory memory, RBInteger size) {
     CheckBlockGuards(block);
     block.storage = std::move(memory);
-    block.data = block.storage ? block.storage.get() + kGuard : nullptr;
+    block.data = block.storage.Data();
     block.size = size;
     block.guardsReported = false;
 }
 
-ObjectRecord *CreateBlock(RBInteger size) {
-    auto memory = NewBlockMemory(size);
-    if (memory == nullptr) return nullptr;
+ObjectRecord *CreateBlock(const char *entry, RBInteger size) {
+    BlockMemory memory = NewBlockMemory(entry, size);
+    if (!memory) return nullptr;
     ObjectRecord &block = NewObject(ObjectKind::Block, "MemoryBlock", 0);
     SetBlockMemory(block, std::move(memory), size);
     return &block;
@@ -64,10 +118,10 @@ ObjectRecord &CreateForeignBlock(void *address) {
 }
 
 void CheckBlockGuards(ObjectRecord &block) {
-    if (!block.storage || block.guardsReported) return;
-    const uint8_t *raw = block.storage.get();
-    bool before = GuardIntact(raw);
-    bool after = GuardIntact(raw + kGuard + block.size);
+    const BlockMemory &m = block.storage;
+    if (!m || block.guardsReported) return;
+    bool before = GuardIntact(m.FrontGuard(), m.Data());
+    bool after = GuardIntact(m.Data() + block.size, m.BackGuardEnd());
     if (before && after) return;
     block.guardsReported = true;
     if (!before) Fault(NameOf(&block) + ": bytes written before its start");
@@ -77,7 +131,7 @@ void CheckBlockGuards(ObjectRecord &block) {
 void EndBlock(ObjectRecord &block) {
     CheckBlockGuards(block);
     if (block.storage && block.size > kKeptAfterEnd) {
-        block.storage.reset();
+        block.storage = BlockMemory();
         block.data = nullptr;
     }
 }
@@ -122,7 +176,7 @@ REALobject newMemoryBlock(RBInteger size) {
     CheckPresent("newMemoryBlock");
     LogCall("newMemoryBlock", "size=" + std::to_string(size));
     if (Failing("newMemoryBlock")) return nullptr;
-    ObjectRecord *block = CreateBlock(size);
+    ObjectRecord *block = CreateBlock("newMemoryBlock", size);
     return block != nullptr ? HandleOf(*block) : nullptr;
 }
 
@@ -154,13 +208,13 @@ using namespace detail;
 
 REALobject NewBlock(RBInteger size) {
     HostLock lock(State().mutex);
-    ObjectRecord *block = CreateBlock(size);
+    ObjectRecord *block = CreateBlock("NewBlock", size);
     return block != nullptr ? HandleOf(*block) : nullptr;
 }
 
 REALobject NewBlock(std::span<const uint8_t> bytes) {
     HostLock lock(State().mutex);
-    ObjectRecord *block = CreateBlock(static_cast<RBInteger>(bytes.size()));
+    ObjectRecord *block = CreateBlock("NewBlock", static_cast<RBInteger>(bytes.size()));
     if (block == nullptr) return nullptr;
     if (!bytes.empty()) std::memcpy(block->data, bytes.data(), bytes.size());
     return HandleOf(*block);

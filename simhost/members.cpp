@@ -41,8 +41,8 @@ void Constructor(REALobject self, RBInteger bytes) {
         return;
     }
     RBInteger size = std::max<RBInteger>(0, bytes - State().options.constructorShortfall);
-    auto memory = NewBlockMemory(size);
-    if (memory == nullptr) {
+    BlockMemory memory = NewBlockMemory("MemoryBlock.Constructor", size);
+    if (!memory) {
         HostRaise("OutOfMemoryException", "No memory for the MemoryBlock");
         return;
     }
@@ -55,7 +55,7 @@ void ConvertFromPtr(REALobject self, void *value) {
                                                 (value != nullptr ? " value=set" : " value=nil"));
     ObjectRecord *block = UseBlock("MemoryBlock.ConvertFromPtr", self);
     if (block == nullptr) return;
-    SetBlockMemory(*block, nullptr, -1);
+    SetBlockMemory(*block, BlockMemory(), -1);
     block->data = static_cast<uint8_t *>(value);
 }
 

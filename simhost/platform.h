@@ -34,6 +34,14 @@ void *ReserveAddressSpace(std::size_t bytes);
 bool CommitAddressRange(void *at, std::size_t bytes);
 void ReleaseAddressSpace(void *base, std::size_t bytes);
 
+// Whole pages for a fenced block: zeroed and readable and writable when
+// mapped, null when there are none; FencePages makes a run of them
+// inaccessible (PROT_NONE, PAGE_NOACCESS).
+std::size_t PageSize();
+void *MapPages(std::size_t bytes);
+bool FencePages(void *at, std::size_t bytes);
+void UnmapPages(void *base, std::size_t bytes);
+
 // Asks for large pages behind the whole pages of a range, as allocators do
 // for large arrays: far fewer page faults and TLB misses on blocks of
 // megabytes. A hint, ignored where the platform has none.

@@ -94,6 +94,22 @@ void ReleaseAddressSpace(void *base, std::size_t bytes) {
     if (base != nullptr) munmap(base, bytes);
 }
 
+std::size_t PageSize() {
+    static const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return page;
+}
+
+void *MapPages(std::size_t bytes) {
+    void *base = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return base == MAP_FAILED ? nullptr : base;
+}
+
+bool FencePages(void *at, std::size_t bytes) { return mprotect(at, bytes, PROT_NONE) == 0; }
+
+void UnmapPages(void *base, std::size_t bytes) {
+    if (base != nullptr) munmap(base, bytes);
+}
+
 void AdviseLargePages([[maybe_unused]] void *at, [[maybe_unused]] std::size_t bytes) {
 #if defined(MADV_HUGEPAGE)
     const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));

@@ -258,6 +258,25 @@ void *ReserveAddressSpace(std::size_t) { return nullptr; }
 bool CommitAddressRange(void *, std::size_t) { return false; }
 void ReleaseAddressSpace(void *, std::size_t) {}
 
+std::size_t PageSize() {
+    SYSTEM_INFO info;
+    GetSystemInfo(&info);
+    return info.dwPageSize;
+}
+
+void *MapPages(std::size_t bytes) {
+    return VirtualAlloc(nullptr, bytes, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+}
+
+bool FencePages(void *at, std::size_t bytes) {
+    DWORD was = 0;
+    return VirtualProtect(at, bytes, PAGE_NOACCESS, &was) != 0;
+}
+
+void UnmapPages(void *base, std::size_t) {
+    if (base != nullptr) VirtualFree(base, 0, MEM_RELEASE);
+}
+
 void AdviseLargePages(void *, std::size_t) {}
 
 void StartDebuggerCapture() {

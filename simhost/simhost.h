@@ -149,6 +149,75 @@ REALobject NewMemorylessBlock();            // null pointer, size 0
 std::span<uint8_t> Bytes(REALobject block);
 void Release(REALobject object);
 
+// Blocks and strings the host could not give memory to, oldest first, and
+// forgets them: who asked ("newMemoryBlock", "MemoryBlock.Constructor",
+// "NewBlock"; "REALBuildString", "REALBuildStringWithEncoding",
+// "REALConvertString", "PluginGetStringData", "RuntimeAddString") and the
+// size in bytes. Blocks above 512 GiB are refused without asking the system.
+// The host answers such a request as it answers any it cannot meet (nil, a
+// false PluginGetStringData, the constructor an OutOfMemoryException), never
+// by ending the process; this list tells one that could not be had from a
+// nil given on purpose. Requests that FailCall refuses are not in it.
+struct MemoryShortfall {
+    std::string entry;
+    RBInteger size = 0;
+};
+std::vector<MemoryShortfall> TakeMemoryShortfalls();
+
+// ---- Fenced blocks --------------------------------------------------------
+// While on, every block the host gives memory to (NewBlock, newMemoryBlock,
+// the constructor member, also when it gives a block new memory) has its
+// last byte at a page boundary followed by a page no access reaches, and a
+// page no access reaches in front of the page of its first byte. A read or
+// write past the end faults at the first byte past it; in front, the bytes
+// between the fence and the first byte (less than a page) hold the guard
+// pattern, checked as in unfenced blocks, and the fault comes past them.
+// Blocks with memory from before keep it as it is, and so do blocks without
+// memory and blocks over memory not the host's (foreign ones, such as those
+// over a MemoryBlockQVT's allocation or reserved address space).
+// QVT_FENCED_BLOCKS=1 in the environment turns it on when the host starts;
+// Reset keeps the setting.
+void SetFencedBlocks(bool on);
+bool FencedBlocks();
+
+// The live block whose bytes, guard zones or fence pages hold `address`.
+struct AddressOwner {
+    REALobject block = nullptr;
+    std::string name;  // as Name(block)
+    RBInteger size = 0;
+    // From the block's first byte: negative in front of it, size or more
+    // past its end.
+    std::ptrdiff_t offset = 0;
+};
+// Takes the host lock, which is recursive, so the thread that faulted
+// inside a host entry may call it, and allocates the name. Not for a signal
+// handler: call it once the handler has returned or jumped out (siglongjmp),
+// or use the snapshot below.
+std::optional<AddressOwner> LocateAddress(const void *address);
+
+// The same, for a signal handler: take the snapshot before the call (blocks
+// the call makes are not in it), then search it in the handler; FindExtent
+// neither locks nor allocates.
+struct BlockExtent {
+    REALobject block = nullptr;
+    std::string name;
+    const uint8_t *begin = nullptr;  // the first byte
+    RBInteger size = 0;
+    const uint8_t *reachBegin = nullptr;  // guard zone or fence page included
+    const uint8_t *reachEnd = nullptr;
+};
+std::vector<BlockExtent> LiveBlockExtents();
+const BlockExtent *FindExtent(std::span<const BlockExtent> extents, const void *address);
+
+// Fenced memory that belongs to no block, for an allocator standing in for
+// the plug-in's own in tests: zeroed, with the fences of a block. As calloc,
+// realloc and free: null when there is none, and a reallocation that fails
+// leaves the memory as it was. Freeing checks the front guard zone (a
+// fault, as for blocks).
+void *AllocateFenced(std::size_t size);
+void *ReallocateFenced(void *memory, std::size_t size);
+void FreeFenced(void *memory);
+
 // ---- Strings --------------------------------------------------------------
 // UTF-16 and UTF-32 text (0x100, 0xC000100) is in native byte order; hosts
 // below 2013.0 convert no UTF-32, and below 2012.0 lack

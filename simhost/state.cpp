@@ -183,6 +183,7 @@ void Reset(const Options &options) {
     s.armedThrow = nullptr;
     s.failArmed = false;
     s.fallible.clear();
+    s.shortfalls.clear();
     gLockFree.objects.Clear();
     gLockFree.strings.Clear();
     s.objects.clear();

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -27,8 +28,35 @@ namespace simhost::detail {
 
 using HostLock = std::lock_guard<std::recursive_mutex>;
 
-struct FreeDeleter {
-    void operator()(void *p) const { std::free(p); }
+// Memory a block owns: zeroed bytes with a guard zone on each side.
+// Unfenced, from calloc, with zones of a fixed size. Fenced, whole pages:
+// the bytes end where the back fence page starts, and the front zone runs
+// from the front fence page to the first byte.
+class BlockMemory {
+public:
+    BlockMemory() = default;
+    BlockMemory(BlockMemory &&other) noexcept { *this = std::move(other); }
+    BlockMemory &operator=(BlockMemory &&other) noexcept;
+    ~BlockMemory();
+    // Empty when there is no memory of that size.
+    static BlockMemory Make(RBInteger size, bool fenced);
+
+    explicit operator bool() const { return base_ != nullptr; }
+    uint8_t *Data() const { return data_; }
+    // The zones: [FrontGuard, Data) and [Data + size, BackGuardEnd).
+    uint8_t *FrontGuard() const { return base_ + fence_; }
+    uint8_t *BackGuardEnd() const { return base_ + length_ - fence_; }
+    // All the block reaches, fence pages included.
+    const uint8_t *ReachBegin() const { return base_; }
+    const uint8_t *ReachEnd() const { return base_ + length_; }
+
+private:
+    void Free();
+
+    uint8_t *base_ = nullptr;
+    std::size_t length_ = 0;
+    uint8_t *data_ = nullptr;
+    std::size_t fence_ = 0;  // the page size when fenced
 };
 
 enum class ObjectKind { Block, Exception, Instance, Array };
@@ -54,7 +82,7 @@ struct ObjectRecord {
     std::size_t bodySize = 0;
 
     // Block: owned memory sits between two guard zones.
-    std::unique_ptr<uint8_t, FreeDeleter> storage;
+    BlockMemory storage;
     bool guardsReported = false;
 
     // Exception
@@ -88,6 +116,8 @@ struct StringData {
     std::unique_ptr<char[]> bytes;
 };
 
+bool FencedByEnvironment();
+
 struct HostState {
     std::recursive_mutex mutex;
     Options options;
@@ -116,6 +146,10 @@ struct HostState {
     std::string failEntry;
     std::size_t failSeen = 0;
     std::vector<std::string> fallible;
+
+    std::vector<MemoryShortfall> shortfalls;
+    // Read once, when the host starts.
+    bool fencedBlocks = FencedByEnvironment();
 };
 
 HostState &State();
@@ -168,6 +202,19 @@ inline bool TryUnlockFast(std::atomic<long> &refs, const std::atomic<long> &host
         }
     }
     return false;
+}
+
+// Runs the part of an entry whose memory grows with its input. A host short
+// of memory answers `none` and records a shortfall of `size` bytes, as for a
+// block, rather than let std::bad_alloc leave the entry.
+template <typename Result, typename Make>
+Result OrShortfall(const char *entry, std::size_t size, Result none, Make make) {
+    try {
+        return make();
+    } catch (const std::bad_alloc &) {
+        State().shortfalls.push_back({entry, static_cast<RBInteger>(size)});
+        return none;
+    }
 }
 
 // Log helpers; call with the lock held.
@@ -229,15 +276,19 @@ void EndException(ObjectRecord &exception);
 void EndInstance(ObjectRecord &instance);
 void SyncArrayHeader(ObjectRecord &array);
 void CheckBlockGuards(ObjectRecord &block);
+// True when every byte of the zone holds the guard pattern.
+bool GuardIntact(const uint8_t *begin, const uint8_t *end);
 
-// Block creation shared by the entries and the test helpers.
-ObjectRecord *CreateBlock(RBInteger size);
-// Zeroed memory of `size` bytes between guard zones; null when there is none.
-std::unique_ptr<uint8_t, FreeDeleter> NewBlockMemory(RBInteger size);
-// Gives the block `memory` (from NewBlockMemory, or null for none) of `size`
-// bytes in place of its own, whose guards are checked first.
-void SetBlockMemory(ObjectRecord &block, std::unique_ptr<uint8_t, FreeDeleter> memory,
-                    RBInteger size);
+// Block creation shared by the entries and the test helpers; `entry` is
+// who asked, for the shortfalls.
+ObjectRecord *CreateBlock(const char *entry, RBInteger size);
+// Zeroed memory of `size` bytes between guard zones, fenced when the host
+// fences; empty when there is none, which a size of 0 or more records as a
+// shortfall.
+BlockMemory NewBlockMemory(const char *entry, RBInteger size);
+// Gives the block `memory` (from NewBlockMemory, or empty for none) of
+// `size` bytes in place of its own, whose guards are checked first.
+void SetBlockMemory(ObjectRecord &block, BlockMemory memory, RBInteger size);
 ObjectRecord &CreateForeignBlock(void *address);
 ObjectRecord *CreateInstance(std::string_view className);
 ObjectRecord *CreateArray(int32_t type, RBInteger ubound);

@@ -25,20 +25,24 @@ intptr_t PluginGetStringData(REALstring handle, uint32_t encoding, REALstringDat
     bool bad = false;
     StringRecord *string = UseString("PluginGetStringData", handle, &bad);
     if (bad) return 0;
-    std::string converted;
-    if (string != nullptr && !HostConvert(string->Bytes(), string->encoding, encoding, converted)) {
-        return 0;
-    }
-    // Four zero bytes end the copy in every unit width.
-    auto bytes = std::make_unique<char[]>(converted.size() + 4);
-    std::memcpy(bytes.get(), converted.data(), converted.size());
-    std::memset(bytes.get() + converted.size(), 0, 4);
-    out->data = bytes.get();
-    out->length = static_cast<RBInteger>(converted.size());
-    out->hostWords[0] = kMagic;
-    out->hostWords[1] = static_cast<uintptr_t>(s.nextCookie);
-    s.stringData[s.nextCookie++] = StringData{std::move(bytes)};
-    return 1;
+    return OrShortfall("PluginGetStringData", string != nullptr ? string->length : 0, intptr_t{0},
+                       [&]() -> intptr_t {
+        std::string converted;
+        if (string != nullptr &&
+            !HostConvert(string->Bytes(), string->encoding, encoding, converted)) {
+            return 0;
+        }
+        // Four zero bytes end the copy in every unit width.
+        auto bytes = std::make_unique<char[]>(converted.size() + 4);
+        std::memcpy(bytes.get(), converted.data(), converted.size());
+        std::memset(bytes.get() + converted.size(), 0, 4);
+        s.stringData[s.nextCookie] = StringData{std::move(bytes)};
+        out->data = s.stringData[s.nextCookie].bytes.get();
+        out->length = static_cast<RBInteger>(converted.size());
+        out->hostWords[0] = kMagic;
+        out->hostWords[1] = static_cast<uintptr_t>(s.nextCookie++);
+        return 1;
+    });
 }
 
 void PluginDisposeStringData(REALstringData *record) {

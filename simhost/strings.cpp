@@ -37,7 +37,8 @@ REALstring Build(const char *entry, const void *bytes, int32_t length, uint32_t 
         return nullptr;
     }
     std::string_view view(static_cast<const char *>(bytes), bytes != nullptr ? length : 0);
-    return HandleOf(NewStringRecord(view, encoding));
+    return OrShortfall(entry, view.size(), REALstring{},
+                       [&] { return HandleOf(NewStringRecord(view, encoding)); });
 }
 
 std::string BuildArgs(const void *bytes, int32_t length) {
@@ -76,9 +77,11 @@ REALstring REALConvertString(REALstring handle, uint32_t encoding) {
     if (Failing("REALConvertString")) return nullptr;
     StringRecord *s = UseString("REALConvertString", handle);
     if (s == nullptr) return nullptr;
-    std::string converted;
-    if (!HostConvert(s->Bytes(), s->encoding, encoding, converted)) return nullptr;
-    return HandleOf(NewStringRecord(converted, encoding));
+    return OrShortfall("REALConvertString", s->length, REALstring{}, [&]() -> REALstring {
+        std::string converted;
+        if (!HostConvert(s->Bytes(), s->encoding, encoding, converted)) return nullptr;
+        return HandleOf(NewStringRecord(converted, encoding));
+    });
 }
 
 void REALSetStringEncoding(REALstring handle, uint32_t encoding) {
@@ -147,15 +150,18 @@ REALstring RuntimeAddString(REALstring first, REALstring second) {
     uint32_t encoding = a != nullptr   ? a->encoding
                         : b != nullptr ? b->encoding
                                        : hostabi::kEncodingUTF8;
-    std::string joined(a != nullptr ? a->Bytes() : std::string_view{});
-    if (b != nullptr) {
-        std::string tail(b->Bytes());
-        if (b->encoding != encoding && !HostConvert(b->Bytes(), b->encoding, encoding, tail)) {
-            return nullptr;
+    const std::size_t size = (a != nullptr ? a->length : 0) + (b != nullptr ? b->length : 0);
+    return OrShortfall("RuntimeAddString", size, REALstring{}, [&]() -> REALstring {
+        std::string joined(a != nullptr ? a->Bytes() : std::string_view{});
+        if (b != nullptr) {
+            std::string tail(b->Bytes());
+            if (b->encoding != encoding && !HostConvert(b->Bytes(), b->encoding, encoding, tail)) {
+                return nullptr;
+            }
+            joined += tail;
         }
-        joined += tail;
-    }
-    return HandleOf(NewStringRecord(joined, encoding));
+        return HandleOf(NewStringRecord(joined, encoding));
+    });
 }
 
 const Entry kEntries[] = {

@@ -118,7 +118,7 @@ TEST_F(BitwiseTest, EmptyBlocksGiveNilWithoutATrace) {
 TEST_F(BitwiseTest, RefusalsRaiseTheirTextsAndKeepReferencesBalanced) {
     REALobject block = simhost::NewBlock(Bytes(8, 0x5A)), other = simhost::NewBlock(Bytes(8, 0xA5));
     REALobject empty = simhost::NewBlock(Bytes{}), memoryless = simhost::NewMemorylessBlock();
-    REALobject shortDest = simhost::NewBlock(Bytes(7, 0xEE));
+    REALobject shortDest = simhost::NewBlock(Bytes(7, 0xEE)), emptyDest = simhost::NewBlock(Bytes{});
     const char *kSource = "NilObjectException: Source Memoryblock is nil";
     const char *kSecond = "NilObjectException: Second Memoryblock is nil";
     const char *kDest = "NilObjectException: Destination Memoryblock is nil";
@@ -129,6 +129,7 @@ TEST_F(BitwiseTest, RefusalsRaiseTheirTextsAndKeepReferencesBalanced) {
         {empty, nullptr, nullptr, "second is nil", kSecond},  // nil tests come before sizes
         {block, other, memoryless, "dp is nil", kDest},
         {block, other, shortDest, "dest is too small", kShort},
+        {block, other, emptyDest, "dest is too small", kShort},  // known to be empty, not unknown
     };
     for (const Call &call : {kAnd, kOr, kXOr, kAndBits, AndBitsMasked(3)}) {
         for (const auto &p : pairs) {
@@ -139,13 +140,13 @@ TEST_F(BitwiseTest, RefusalsRaiseTheirTextsAndKeepReferencesBalanced) {
                 << lines;
         }
     }
-    for (const auto &p : {pairs[0], pairs[3], pairs[4]}) {
+    for (const auto &p : {pairs[0], pairs[3], pairs[4], pairs[5]}) {
         EXPECT_EQ(Balanced([&] { return ExtractBitsQVT(p.source, 0xFF, p.dest); }), nullptr);
         EXPECT_EQ(OneException(), p.exception);
     }
-    EXPECT_EQ((std::vector{Contents(block), Contents(other), Contents(shortDest)}),
-              (std::vector{Bytes(8, 0x5A), Bytes(8, 0xA5), Bytes(7, 0xEE)}));
-    for (REALobject o : {block, other, empty, memoryless, shortDest}) simhost::Release(o);
+    EXPECT_EQ((std::vector{Contents(block), Contents(other), Contents(shortDest), Contents(emptyDest)}),
+              (std::vector{Bytes(8, 0x5A), Bytes(8, 0xA5), Bytes(7, 0xEE), Bytes{}}));
+    for (REALobject o : {block, other, empty, memoryless, shortDest, emptyDest}) simhost::Release(o);
 }
 
 TEST_F(BitwiseTest, TraceOfEachKernel) {

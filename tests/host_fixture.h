@@ -9,10 +9,34 @@
 #include <type_traits>
 #include <vector>
 
+#include "hostvalues/allocation_seam.h"
 #include "simhost/platform.h"
 #include "simhost/simhost.h"
 
 namespace qvt::test {
+
+// A fenced run fences the plug-in's own allocations too: a MemoryBlockQVT's
+// memory, work buffers and copies. Set before main, so before the first.
+inline constexpr seams::Allocator kFencedAllocator{&simhost::AllocateFenced, &simhost::FreeFenced,
+                                                   &simhost::ReallocateFenced};
+inline const bool gFencedAllocations = [] {
+    if (simhost::FencedBlocks()) seams::gAllocator.store(&kFencedAllocator);
+    return true;
+}();
+
+// Fences the plug-in's allocations for a scope in any run, for calls that
+// give back all they allocate before the scope ends: a buffer sized one unit
+// short then faults at once.
+class FencedPluginMemory {
+public:
+    FencedPluginMemory() : was_(seams::gAllocator.exchange(&kFencedAllocator)) {}
+    ~FencedPluginMemory() { seams::gAllocator.store(was_); }
+    FencedPluginMemory(const FencedPluginMemory &) = delete;
+    FencedPluginMemory &operator=(const FencedPluginMemory &) = delete;
+
+private:
+    const seams::Allocator *was_;
+};
 
 class HostTest : public ::testing::Test {
 protected:

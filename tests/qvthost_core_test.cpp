@@ -4,12 +4,14 @@
 // parts of a long block around its changes, and JSON strings.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "cli/format.h"
+#include "cli/guard.h"
 #include "cli/invoke.h"
 #include "cli/outcome.h"
 #include "cli/values.h"
@@ -132,8 +134,9 @@ const std::vector<ValueRow> kValues = {
     {"x as MemoryBlock", "zero:0", "block "},
     {"x as MemoryBlock", "nil", "nil"},
     {"x as MemoryBlock", "zero:-1", "error: zero:N needs a byte count, not '-1'"},
-    {"x as MemoryBlock", "zero:2000000000",
-     "error: zero:2000000000 is larger than 1073741824 bytes"},
+    {"x as MemoryBlock", "zero:268435457",
+     "error: zero:268435457 is over the cap of 268435456 bytes (256 MiB)"},
+    {"x as MemoryBlock", "file:.", "error: cannot read file:.: not a regular file"},
     {"x as MemoryBlock", "file:/nonexistent/qvt",
      "error: cannot read file:/nonexistent/qvt: No such file or directory"},
     {"x as MemoryBlock", "0102",
@@ -392,17 +395,60 @@ TEST(QvthostValues, EscapeJsonStrings) {
         {"plain", R"("plain")"},
         {"a\"b\\c", R"("a\"b\\c")"},
         {"\n\t\r", R"("\n\t\r")"},
-        {std::string("\x01\x1F\x7F", 3), R"("\u0001\u001F\u007F")"},
+        {std::string("\x01\x1F\x7F", 3), "\"\\u0001\\u001f\x7F\""},
         {std::string("\0", 1), R"("\u0000")"},
         {"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80",
          "\"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80\""},
-        {"\xFF", R"("\u00FF")"},
-        {"a\xC3", R"("a\u00C3")"},
-        {"\xC0\xAF", R"("\u00C0\u00AF")"},
-        {"\xED\xA0\x80", R"("\u00ED\u00A0\u0080")"},
-        {"\xF4\x90\x80\x80", R"("\u00F4\u0090\u0080\u0080")"},
+        // Bytes that are not UTF-8 are the code points of the same value.
+        {"\xFF", "\"\xC3\xBF\""},
+        {"a\xC3", "\"a\xC3\x83\""},
+        {"\xC0\xAF", "\"\xC3\x80\xC2\xAF\""},
+        {"\xED\xA0\x80", "\"\xC3\xAD\xC2\xA0\xC2\x80\""},
+        {"\xF4\x90\x80\x80", "\"\xC3\xB4\xC2\x90\xC2\x80\xC2\x80\""},
     };
     for (const auto &row : rows) EXPECT_EQ(JsonString(row.text), row.expected) << row.text;
+}
+
+// A fault as reported: the block and the first bad byte when the address
+// tells them, what kind of access, and the causes that have no address.
+TEST(QvthostGuard, DescribeFaults) {
+    auto fault = [](int cause, Access access, int64_t offset, uint64_t size) {
+        Fault f;
+        f.cause = cause;
+        f.access = access;
+        f.addressKnown = true;
+        f.address = 0x1000;
+        f.inBlock = size != ~uint64_t{0};
+        std::snprintf(f.label, sizeof f.label, "self");
+        f.size = size;
+        f.offset = offset;
+        return f;
+    };
+    Fault unknown;
+    unknown.cause = 99;
+    Fault memory;
+    memory.cause = Fault::kOutOfMemory;
+    const struct {
+        Fault fault;
+        std::string expected;
+    } rows[] = {
+        {fault(SIGSEGV, Access::Read, 8, 8),
+         "host fault (SIGSEGV): read 1 byte past the end of self (8 bytes), at offset 8"},
+        {fault(SIGSEGV, Access::Write, 10, 8),
+         "host fault (SIGSEGV): write 3 bytes past the end of self (8 bytes), at offset 10"},
+        {fault(SIGSEGV, Access::Unknown, 0, 0),
+         "host fault (SIGSEGV): access 1 byte past the end of self (0 bytes), at offset 0"},
+        {fault(SIGSEGV, Access::Write, -1, 1),
+         "host fault (SIGSEGV): write 1 byte before the start of self (1 byte), at offset -1"},
+        {fault(SIGSEGV, Access::Read, 3, 8),
+         "host fault (SIGSEGV): read inside self (8 bytes), at offset 3"},
+        {fault(SIGSEGV, Access::Read, 0, ~uint64_t{0}),
+         "host fault (SIGSEGV): read at 0x1000, in no block of the call"},
+        {fault(SIGABRT, Access::Unknown, 0, 0), "host fault (abort): the call ended in abort()"},
+        {memory, "host fault (out of memory): an allocation failed"},
+        {unknown, "host fault (signal 99)"},
+    };
+    for (const auto &row : rows) EXPECT_EQ(Describe(row.fault), row.expected);
 }
 
 }  // namespace

@@ -6,10 +6,29 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
+
+#include "simhost/platform.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define QVT_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QVT_SANITIZED 1
+#endif
+#endif
+
+#if defined(__linux__)
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+#endif
 
 namespace {
 
@@ -57,7 +76,7 @@ TEST_F(SimHost, MisuseIsRecordedAsOneFaultAndNothingBreaks) {
         {[] { Lock(nullptr); }, "REALLockObject: nil object"},
         {[] { static int notAnObject; Lock(reinterpret_cast<REALobject>(&notAnObject)); }, "REALLockObject: unknown object handle"},
         {[] { REALstring s = simhost::NewString("x"); UnlockString(s); UnlockString(s); }, "REALUnlockString: unlock below zero of String#1"},
-        {[] { REALobject b = simhost::NewBlock(4); static_cast<uint8_t *>(Entry<void *(*)(REALobject)>("memoryBlockGetPtr")(b))[4] = 1; simhost::Release(b); }, "MemoryBlock#1: bytes written past its end"},
+        {[] { simhost::SetFencedBlocks(false); REALobject b = simhost::NewBlock(4); static_cast<uint8_t *>(Entry<void *(*)(REALobject)>("memoryBlockGetPtr")(b))[4] = 1; simhost::Release(b); }, "MemoryBlock#1: bytes written past its end"},
         {[] { REALstring s = simhost::NewString("abc"); REALstringData record{}; GetStringData(s, hostabi::kEncodingUTF8, &record); REALstringData copy = record; DisposeStringData(&record); DisposeStringData(&copy); simhost::Release(s); }, "PluginDisposeStringData: record not given out, or disposed before"},
         {[] { REALarray a = simhost::NewArray(simhost::kArrayUInt8, {1, 2}); Entry<void *(*)(REALarray)>("PluginIntegerArrayGetProc")(a); simhost::Release(a); }, "PluginIntegerArrayGetProc: UInt8()#1 holds other elements"},
         {[] { auto lock = Entry<void (*)(REALobject)>("REALLockObject"); simhost::Options o; o.missingEntries = {"REALLockObject"}; simhost::Reset(o); lock(simhost::NewBlock(1)); }, "REALLockObject: called, but this host has no such entry"},
@@ -73,6 +92,222 @@ TEST_F(SimHost, MisuseIsRecordedAsOneFaultAndNothingBreaks) {
             EXPECT_EQ(simhost::Faults(), std::vector<std::string>{c.fault}) << c.fault << " logged " << logCalls;
         }
     }
+}
+
+uint8_t *Pointer(REALobject b) { return static_cast<uint8_t *>(Entry<void *(*)(REALobject)>("memoryBlockGetPtr")(b)); }
+REALobject Constructed(RBInteger size, REALobject block = nullptr) {
+    if (block == nullptr) block = NewInstance("MemoryBlock");
+    auto load = Entry<void *(*)(REALobject, const char *)>("REALLoadObjectMethod");
+    reinterpret_cast<void (*)(REALobject, RBInteger)>(load(block, "Constructor(bytes as Integer)"))(block, size);
+    return block;
+}
+
+// Every way to a block of the host's memory, fenced or not: its bytes are
+// zeroed (or copied) and writable, a fenced one ends at a page boundary, and
+// an address in it, its guard zones or its fences names it with the offset.
+TEST_F(SimHost, BlocksAreFencedOnEveryRouteAndFoundByAddress) {
+    const std::size_t page = simhost::platform::PageSize();
+    const struct {
+        const char *route;
+        std::function<REALobject(RBInteger)> make;
+        uint8_t fill;
+    } routes[] = {
+        {"NewBlock", [](RBInteger n) { return simhost::NewBlock(n); }, 0},
+        {"NewBlock(bytes)", [](RBInteger n) { return simhost::NewBlock(std::vector<uint8_t>(static_cast<std::size_t>(n), 0x5A)); }, 0x5A},
+        {"newMemoryBlock", [](RBInteger n) { return Entry<REALobject (*)(RBInteger)>("newMemoryBlock")(n); }, 0},
+        {"constructor", [](RBInteger n) { return Constructed(n); }, 0},
+        {"constructor, again", [](RBInteger n) { return Constructed(n, Constructed(3)); }, 0},
+    };
+    for (bool fenced : {true, false}) {
+        for (const auto &r : routes) {
+            for (RBInteger n : {RBInteger{0}, RBInteger{1}, RBInteger{13}, static_cast<RBInteger>(page), static_cast<RBInteger>(page) + 1}) {
+                simhost::Reset();
+                simhost::SetFencedBlocks(fenced);
+                const std::string what = std::string(r.route) + " " + std::to_string(n) + (fenced ? " fenced" : "");
+                REALobject b = r.make(n);
+                uint8_t *p = Pointer(b);
+                ASSERT_NE(p, nullptr) << what;
+                EXPECT_EQ(std::count(p, p + n, r.fill), n) << what;
+                std::memset(p, 0xFF, static_cast<std::size_t>(n));
+                EXPECT_TRUE(!fenced || reinterpret_cast<uintptr_t>(p + n) % page == 0) << what;
+                const uint8_t *first = p;
+                const uint8_t *front = fenced ? reinterpret_cast<uint8_t *>(reinterpret_cast<uintptr_t>(p) / page * page - page) : p - 16;
+                const uint8_t *back = fenced ? p + n + page - 1 : p + n + 15;
+                for (const uint8_t *at : {first, first + n - 1, first - 1, front, first + n, back}) {
+                    if (n == 0 && at == p + n - 1) continue;
+                    auto owner = simhost::LocateAddress(at);
+                    ASSERT_TRUE(owner.has_value()) << what << " at " << at - p;
+                    EXPECT_EQ(owner->block, b) << what;
+                    EXPECT_EQ(owner->name, simhost::Name(b)) << what;
+                    EXPECT_EQ(owner->size, n) << what;
+                    EXPECT_EQ(owner->offset, at - p) << what;
+                    const auto extents = simhost::LiveBlockExtents();
+                    const simhost::BlockExtent *extent = simhost::FindExtent(extents, at);
+                    ASSERT_NE(extent, nullptr) << what;
+                    EXPECT_EQ(extent->begin, p) << what;
+                    EXPECT_EQ(extent->size, n) << what;
+                }
+                auto beyond = simhost::LocateAddress(back + 1);
+                EXPECT_TRUE(!beyond || beyond->block != b) << what;
+                Unlock(b);
+                EXPECT_FALSE(simhost::LocateAddress(p).has_value()) << what << " ended";
+                EXPECT_TRUE(simhost::Faults().empty()) << what;
+            }
+        }
+    }
+    simhost::Reset();
+    static uint8_t memory[8];
+    for (REALobject b : {simhost::NewForeignBlock(memory), simhost::NewMemorylessBlock()}) {
+        EXPECT_FALSE(simhost::LocateAddress(memory).has_value());
+        EXPECT_FALSE(simhost::LocateAddress(nullptr).has_value());
+        simhost::Release(b);
+    }
+    EXPECT_TRUE(simhost::LiveBlockExtents().empty());
+}
+
+// A read or write past either fence ends the process where it happens; a
+// write between the front fence and the first byte is a fault when checked.
+TEST_F(SimHost, FencesStopTheFirstAccessOutsideABlock) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::ptrdiff_t page = static_cast<std::ptrdiff_t>(simhost::platform::PageSize());
+    const struct {
+        RBInteger size;
+        std::ptrdiff_t at;  // from the first byte; past the front fence for kFront
+        bool write;
+    } rows[] = {
+        {8, 8, false}, {8, 8, true}, {0, 0, false}, {page, page, true},
+        {8, -1 - (page - 8), false}, {8, -1 - (page - 8), true}, {page, -1, true},
+    };
+    for (const auto &r : rows) {
+        EXPECT_DEATH(
+            {
+                simhost::Reset();
+                simhost::SetFencedBlocks(true);
+                volatile uint8_t *at = Pointer(simhost::NewBlock(r.size)) + r.at;
+                if (r.write) {
+                    *at = 1;
+                } else {
+                    std::printf("%d", *at);
+                }
+            },
+            "")
+            << r.size << " at " << r.at << (r.write ? " write" : " read");
+    }
+    simhost::SetFencedBlocks(true);
+    REALobject b = simhost::NewBlock(8);
+    Pointer(b)[-1] = 0;
+    EXPECT_EQ(simhost::Faults(), std::vector<std::string>{"MemoryBlock#1: bytes written before its start"});
+    void *own = simhost::AllocateFenced(8);
+    static_cast<uint8_t *>(own)[-1] = 0;
+    simhost::FreeFenced(own);
+    EXPECT_EQ(simhost::Faults().back(), "fenced memory of 8 bytes: bytes written before its start");
+}
+
+// Fenced memory outside blocks behaves as calloc, realloc and free, and keeps
+// its fence when it grows or shrinks.
+TEST_F(SimHost, FencedAllocationsResizeWithinTheirFence) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::size_t page = simhost::platform::PageSize();
+    auto *p = static_cast<uint8_t *>(simhost::AllocateFenced(5));
+    ASSERT_NE(p, nullptr);
+    std::memcpy(p, "abcde", 5);
+    for (std::size_t size : {std::size_t{3}, page + 7, std::size_t{1}}) {
+        auto *q = static_cast<uint8_t *>(simhost::ReallocateFenced(p, size));
+        ASSERT_NE(q, nullptr) << size;
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(q + size) % page, 0u) << size;
+        EXPECT_EQ(q[0], 'a') << size;
+        EXPECT_DEATH(q[size] = 1, "") << size;
+        p = q;
+    }
+    EXPECT_EQ(simhost::ReallocateFenced(p, std::numeric_limits<std::size_t>::max() / 2), nullptr);
+    EXPECT_EQ(p[0], 'a');
+    simhost::FreeFenced(p);
+    EXPECT_TRUE(simhost::Faults().empty());
+}
+
+// A block that cannot be had is the host's usual answer (nil, or the
+// constructor's exception), recorded as a shortfall; never an end of the
+// process. A negative size is no shortfall.
+TEST_F(SimHost, BlocksThatCannotBeHadAreShortfalls) {
+    if constexpr (sizeof(void *) < 8) GTEST_SKIP() << "a 32-bit process may find 2 GiB";
+    const RBInteger huge = std::numeric_limits<RBInteger>::max() / 2;
+    const struct {
+        const char *entry;
+        std::function<REALobject(RBInteger)> make;
+    } routes[] = {
+        {"NewBlock", [](RBInteger n) { return simhost::NewBlock(n); }},
+        {"newMemoryBlock", [](RBInteger n) { return Entry<REALobject (*)(RBInteger)>("newMemoryBlock")(n); }},
+        {"MemoryBlock.Constructor", [](RBInteger n) { REALobject b = Constructed(n); return Pointer(b) != nullptr ? b : (simhost::Release(b), nullptr); }},
+    };
+    for (bool fenced : {true, false}) {
+        for (const auto &r : routes) {
+            simhost::Reset();
+            simhost::SetFencedBlocks(fenced);
+            EXPECT_EQ(r.make(huge), nullptr) << r.entry;
+            EXPECT_EQ(r.make(-1), nullptr) << r.entry;
+            const auto shortfalls = simhost::TakeMemoryShortfalls();
+            ASSERT_EQ(shortfalls.size(), 1u) << r.entry;
+            EXPECT_EQ(shortfalls[0].entry, r.entry);
+            EXPECT_EQ(shortfalls[0].size, huge);
+            EXPECT_TRUE(simhost::TakeMemoryShortfalls().empty());
+        }
+    }
+    const auto raised = simhost::TakeExceptions();
+    ASSERT_FALSE(raised.empty());
+    EXPECT_EQ(raised[0].className, "OutOfMemoryException");
+}
+
+#if defined(__linux__)
+// Lets the process map `more` bytes beyond what it has mapped now.
+void LimitAddressSpace(std::size_t more) {
+    unsigned long pages = 0;
+    std::FILE *statm = std::fopen("/proc/self/statm", "r");
+    ASSERT_NE(statm, nullptr);
+    ASSERT_EQ(std::fscanf(statm, "%lu", &pages), 1);
+    std::fclose(statm);
+    const rlimit limit{pages * simhost::platform::PageSize() + more, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
+}
+#endif
+
+// Short of memory for a string, an entry answers as a host that cannot build
+// or convert one, and records a shortfall; the process goes on.
+TEST_F(SimHost, StringsThatCannotBeHadAreShortfalls) {
+#if !defined(__linux__) || defined(QVT_SANITIZED)
+    GTEST_SKIP() << "a limit on address space is Linux's, and sanitizers need the space";
+#else
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    constexpr std::size_t kBig = 64 << 20;
+    using Build = REALstring (*)(const void *, int32_t);
+    using BuildWith = REALstring (*)(const void *, int32_t, uint32_t);
+    const struct {
+        const char *entry;
+        std::function<bool(const std::string &, REALstring)> refused;
+    } rows[] = {
+        {"REALBuildString", [](const std::string &b, REALstring) { return Entry<Build>("REALBuildString")(b.data(), kBig) == nullptr; }},
+        {"REALBuildStringWithEncoding", [](const std::string &b, REALstring) { return Entry<BuildWith>("REALBuildStringWithEncoding")(b.data(), kBig, hostabi::kEncodingUTF8) == nullptr; }},
+        {"REALConvertString", [](const std::string &, REALstring s) { return Entry<REALstring (*)(REALstring, uint32_t)>("REALConvertString")(s, hostabi::kEncodingUTF16) == nullptr; }},
+        {"PluginGetStringData", [](const std::string &, REALstring s) { REALstringData record{}; return GetStringData(s, hostabi::kEncodingUTF16, &record) == 0 && record.data == nullptr; }},
+        {"RuntimeAddString", [](const std::string &, REALstring s) { return Entry<REALstring (*)(REALstring, REALstring)>("RuntimeAddString")(s, s) == nullptr; }},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EXIT(
+            {
+                simhost::Reset();
+                const std::string bytes(kBig, 'a');
+                REALstring big = simhost::NewString(bytes);
+                LimitAddressSpace(16 << 20);
+                const bool refused = r.refused(bytes, big);
+                const auto shortfalls = simhost::TakeMemoryShortfalls();
+                const bool recorded = shortfalls.size() == 1 && shortfalls[0].entry == r.entry &&
+                                      shortfalls[0].size >= static_cast<RBInteger>(kBig);
+                std::fprintf(stderr, "refused %d recorded %d\n", refused, recorded);
+                std::_Exit(refused && recorded ? 0 : 1);
+            },
+            ::testing::ExitedWithCode(0), "refused 1 recorded 1")
+            << r.entry;
+    }
+#endif
 }
 
 TEST_F(SimHost, SnapshotsTellBalancedFromUnbalanced) {

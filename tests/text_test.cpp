@@ -97,6 +97,48 @@ TEST_F(TextTest, ViewsOfEachKindOfString) {
     }
 }
 
+// The wide views when the host gives no string data (the nth request fails,
+// UTF-16 asked first): UTF-32 then comes from the UTF-16 view, also when its
+// own request succeeds after an earlier one failed. A lone swapped mark is
+// swapped, and the mark it becomes is stepped over.
+TEST_F(TextTest, WideViewsWhenDataFailsOrNeedsSwapping) {
+    const struct { const char *name; std::string bytes; uint32_t encoding; std::size_t failing;
+                   std::vector<uint32_t> utf16, utf32; bool failed; const char *log; } cases[] = {
+        {"utf32 refused", Native<uint32_t>({0x61, 0x1F600}), 0xC000100, 2, {0x61, 0xD83D, 0xDE00}, {0x61, 0x1F600}, false,
+         "REALGetStringData failed.\nTry UTF16 to UTF32 conversion...\n"},
+        {"utf32 after utf16 refused", Native<uint32_t>({0x61, 0x1F600}), 0xC000100, 1, {}, {}, true,
+         "REALGetStringData failed.\nTry UTF16 to UTF32 conversion...\n"},
+        {"latin1 utf32 refused", "a\xF1", 0x201, 2, {0x61, 0xF1}, {0x61, 0xF1}, false,
+         "REALGetStringData failed.\nTry UTF16 to UTF32 conversion...\n"},
+        // The host takes the first mark as its own and gives one unit, 0xFFFE.
+        {"one swapped mark", Native<uint16_t>({0xFEFF, 0xFFFE}), 0x100, 0, {}, {}, false,
+         "String is Little Endian. Swap.\nTry UTF16 to UTF32 conversion...\n"},
+    };
+    gDebugging = true;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        REALstring s = simhost::NewString(c.bytes, c.encoding);
+        test::StderrCapture output;
+        Balanced([&] {
+            rbText text(s);
+            if (c.failing) simhost::FailCall(c.failing, "PluginGetStringData");
+            EXPECT_EQ(Units<uint16_t>(text, rbText::kUTF16), c.utf16);
+            EXPECT_EQ(Units<uint32_t>(text, rbText::kUTF32), c.utf32);
+            EXPECT_EQ(text.failed, c.failed);
+            simhost::StopFailing();
+        });
+        std::string log;
+        for (const char *at = c.log; *at; ) {
+            const char *end = std::strchr(at, '\n') + 1;
+            log += "QVT Debug: " + std::string(at, end);
+            at = end;
+        }
+        EXPECT_EQ(output.Take(), log);
+        EXPECT_EQ(simhost::OpenStringData(), 0u);
+        simhost::Release(s);
+    }
+}
+
 // Rebuilt as Windows Latin 1; when the host builds no string the wrapper
 // holds nil and its views are empty. One log line in the process either way.
 TEST_F(TextTest, UnknownEncodingWithHighByteFallsBackToWindowsLatin1LoggedOnce) {

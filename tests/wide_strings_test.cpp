@@ -63,28 +63,43 @@ protected:
 };
 
 TEST_P(WideStringsTest, BothRoutesGiveUTF8ThroughTheEntriesOfTheHostsAge) {
-    // One code point of each UTF-8 length, cycled over counts around the
-    // stack buffer's limit of 200 values.
-    const uint32_t cycle[] = {0x41, 0xE4, 0x20AC, 0x1F600};
-    const char *cycleUTF8[] = {"A", "\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"};
-    for (std::size_t count : {1u, 199u, 200u, 201u, 450u}) {
-        std::vector<uint32_t> values;
-        std::vector<uint16_t> units;
-        std::string expected;
-        for (std::size_t i = 0; i < count; ++i) {
-            values.push_back(cycle[i % 4]);
-            if (i % 4 == 3) units.insert(units.end(), {0xD83D, 0xDE00});
-            else units.push_back(static_cast<uint16_t>(cycle[i % 4]));
-            expected += cycleUTF8[i % 4];
+    // Code points cycled over counts around the stack buffer's limit of 200
+    // values: one of each UTF-8 length, and only pairs in UTF-16, which fill
+    // the old hosts' work buffer to its last unit (fenced, so one unit short
+    // faults).
+    const struct {
+        std::vector<uint32_t> cycle;
+        std::vector<const char *> utf8;
+    } cycles[] = {
+        {{0x41, 0xE4, 0x20AC, 0x1F600}, {"A", "\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}},
+        {{0x1F600, 0x10FFFF}, {"\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF"}},
+    };
+    test::FencedPluginMemory fenced;
+    for (const auto &c : cycles) {
+        for (std::size_t count : {1u, 199u, 200u, 201u, 450u}) {
+            std::vector<uint32_t> values;
+            std::vector<uint16_t> units;
+            std::string expected;
+            for (std::size_t i = 0; i < count; ++i) {
+                const uint32_t value = c.cycle[i % c.cycle.size()];
+                values.push_back(value);
+                if (value > 0xFFFF) {
+                    units.insert(units.end(), {static_cast<uint16_t>(0xD800 + ((value - 0x10000) >> 10)),
+                                               static_cast<uint16_t>(0xDC00 + ((value - 0x10000) & 0x3FF))});
+                } else {
+                    units.push_back(static_cast<uint16_t>(value));
+                }
+                expected += c.utf8[i % c.cycle.size()];
+            }
+            SCOPED_TRACE(count);
+            simhost::ClearCalls();
+            EXPECT_EQ(Take(Balanced([&] { return REALBuildUnicodeString(units.data(), 2 * units.size(), 0x100); })), expected);
+            EXPECT_EQ(BuildCalls(), GetParam().utf16Calls);
+            simhost::ClearCalls();
+            EXPECT_EQ(Take(Balanced([&] { return REALBuildUnicodeString(values.data(), 4 * values.size(), 0xC000100); })),
+                      expected);
+            EXPECT_EQ(BuildCalls(), GetParam().utf32Calls);
         }
-        SCOPED_TRACE(count);
-        simhost::ClearCalls();
-        EXPECT_EQ(Take(Balanced([&] { return REALBuildUnicodeString(units.data(), 2 * units.size(), 0x100); })), expected);
-        EXPECT_EQ(BuildCalls(), GetParam().utf16Calls);
-        simhost::ClearCalls();
-        EXPECT_EQ(Take(Balanced([&] { return REALBuildUnicodeString(values.data(), 4 * values.size(), 0xC000100); })),
-                  expected);
-        EXPECT_EQ(BuildCalls(), GetParam().utf32Calls);
     }
     const uint32_t one = 0x41;
     EXPECT_EQ(REALBuildUnicodeStringUTF16(&one, 0), nullptr);
