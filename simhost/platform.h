@@ -1,6 +1,7 @@
 // What the simulated host and its users need of the operating system:
-// shared libraries, text conversion and the environment. platform_posix.cpp (dlopen, iconv) and
-// platform_windows.cpp (LoadLibrary, MultiByteToWideChar) implement it.
+// shared libraries, text conversion, the environment and pages.
+// platform_posix.cpp (dlopen, iconv, mmap) and platform_windows.cpp
+// (LoadLibrary, MultiByteToWideChar, VirtualAlloc) implement it.
 #pragma once
 
 #include <cstddef>

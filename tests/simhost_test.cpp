@@ -257,7 +257,7 @@ TEST_F(SimHost, BlocksThatCannotBeHadAreShortfalls) {
     EXPECT_EQ(raised[0].className, "OutOfMemoryException");
 }
 
-#if defined(__linux__)
+#if defined(__linux__) && !defined(QVT_SANITIZED)
 // Lets the process map `more` bytes beyond what it has mapped now.
 void LimitAddressSpace(std::size_t more) {
     unsigned long pages = 0;
