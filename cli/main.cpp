@@ -182,6 +182,8 @@ int main(int argc, char **argv) {
                  "qvthost"};
     app.footer(Footer());
     app.require_subcommand(1, 1);
+    // Paths start with "/" on POSIX hosts, and wine passes them on as they are.
+    app.allow_windows_style_options(false);
     app.add_option("--host-version", args.version, "the host's version (default 2013.04)");
     app.add_flag("--declarations", args.declarations, "load: list every registered declaration");
     app.add_flag("--nil-resolver", args.nilResolver, "load with a resolver that finds nothing");
