@@ -36,7 +36,8 @@ int64_t PlainByteToUShort(const Row &row, Buffers &c) {
 int64_t PlainUShortToByte(const Row &row, Buffers &c) {
     const auto divisor = static_cast<uint32_t>(row.p);
     for (std::size_t i = 0; i < c.n / 2; ++i) {
-        c.pd[i] = static_cast<uint8_t>(Load<uint16_t>(c.pa + 2 * i) / divisor);
+        // A divisor of 0 clears the destination.
+        c.pd[i] = divisor == 0 ? 0 : static_cast<uint8_t>(Load<uint16_t>(c.pa + 2 * i) / divisor);
     }
     return 0;
 }

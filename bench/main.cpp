@@ -157,9 +157,10 @@ REALobject NewBlock(int eighths, Data data, std::size_t n, uint8_t *&pointer) {
 
 // ---- Buffers ----------------------------------------------------------------------
 
-// The host is emptied first: blocks that earlier runs left kept are dropped.
-Buffers Setup(const Row &row, std::size_t n) {
-    simhost::Reset(Quiet());
+// The host is emptied first, unless the caller keeps buffers made before:
+// blocks that earlier runs left kept are dropped.
+Buffers Setup(const Row &row, std::size_t n, bool emptied) {
+    if (emptied) simhost::Reset(Quiet());
     Buffers c;
     c.n = n;
     c.a = NewBlock(row.aEighths, row.aData, n, c.pa);

@@ -89,8 +89,9 @@ struct Row {
     REALproc function = nullptr;  // found at start-up
 };
 
-// A row's buffers at n bytes in an emptied host, and their release.
-Buffers Setup(const Row &row, std::size_t n);
+// A row's buffers at n bytes, in an emptied host unless `emptied` is
+// false, and their release.
+Buffers Setup(const Row &row, std::size_t n, bool emptied = true);
 void Drop(Buffers &c);  // what one call returned
 void Teardown(Buffers &c);
 // Runs each method and its plain loop once on equal buffers at n bytes; one

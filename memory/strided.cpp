@@ -1,10 +1,12 @@
 #include "memory/strided.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "hostvalues/blocks.h"
 #include "hostvalues/raise.h"
@@ -76,16 +78,48 @@ void GatherRuns(uint8_t *to, const uint8_t *from, intptr_t step, size_t runs) {
     for (size_t i = 0; i < runs; ++i, to += W, from += step) std::memcpy(to, from, W);
 }
 
-void GatherAny(uint8_t *to, const uint8_t *from, size_t width, intptr_t step, size_t runs) {
-    switch (width) {
-        case 1: return GatherRuns<1>(to, from, step, runs);
-        case 2: return GatherRuns<2>(to, from, step, runs);
-        case 3: return GatherRuns<3>(to, from, step, runs);
-        case 4: return GatherRuns<4>(to, from, step, runs);
-        case 8: return GatherRuns<8>(to, from, step, runs);
-        default:
-            for (size_t i = 0; i < runs; ++i, to += width, from += step) std::memcpy(to, from, width);
+// Runs of a width that divides 8, eight bytes of them to a store: at one
+// store a run, the stores and not the memory set the pace.
+template <size_t W>
+void GatherInWords(uint8_t *to, const uint8_t *from, intptr_t step, size_t runs) {
+    constexpr size_t kRuns = 8 / W;
+    size_t i = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+        for (; i + kRuns <= runs; i += kRuns, from += static_cast<intptr_t>(kRuns) * step) {
+            uint64_t word = 0;
+            for (size_t k = 0; k < kRuns; ++k) {
+                uint64_t run = 0;
+                std::memcpy(&run, from + static_cast<intptr_t>(k) * step, W);
+                word |= run << (8 * W * k);
+            }
+            std::memcpy(to + W * i, &word, 8);
+        }
     }
+    GatherRuns<W>(to + W * i, from, step, runs - i);
+}
+
+template <size_t W>
+void GatherOfWidth(uint8_t *to, const uint8_t *from, intptr_t step, size_t runs) {
+    if constexpr (8 % W == 0 && W < 8) {
+        GatherInWords<W>(to, from, step, runs);
+    } else {
+        GatherRuns<W>(to, from, step, runs);
+    }
+}
+
+using GatherAt = void (*)(uint8_t *, const uint8_t *, intptr_t, size_t);
+
+template <size_t... W>
+constexpr std::array<GatherAt, sizeof...(W)> GathersUpTo(std::index_sequence<W...>) {
+    return {&GatherOfWidth<W + 1>...};
+}
+
+// Runs of up to 16 bytes each copied at a width known when compiled.
+constexpr auto kGathersByWidth = GathersUpTo(std::make_index_sequence<16>());
+
+void GatherAny(uint8_t *to, const uint8_t *from, size_t width, intptr_t step, size_t runs) {
+    if (width <= kGathersByWidth.size()) return kGathersByWidth[width - 1](to, from, step, runs);
+    for (size_t i = 0; i < runs; ++i, to += width, from += step) std::memcpy(to, from, width);
 }
 
 // ---- Bit runs ----------------------------------------------------------------
