@@ -252,12 +252,22 @@ void ScaleEachSample(uint8_t *at, std::size_t count, double factor, uint16_t low
     }
 }
 
+// A factor that gives every sample what it gives: from 65535 on, every
+// factor (also an infinite one) saturates each sample but 0, which stays 0;
+// below 2^-16 every product stays below 1 and is cut to 0, as with a NaN
+// factor. So products are never NaN, infinite or subnormal (which some
+// processors multiply slowly).
+double Normal(double factor) {
+    if (!(factor >= 0x1p-16)) return 0.0;
+    return factor > 65535.0 ? 65535.0 : factor;
+}
+
 #if defined(QVT_X86_TARGETS)
 
 // The rule's own steps in double lanes: widen, convert, multiply, cut
 // toward zero, limit to 65535, narrow: the operations of Scaled, so every
-// factor gives the same bytes. The factor is one of Normal's, so products
-// are finite and not below 0 (or -0.0, which is cut to 0 as well).
+// factor gives the same bytes. Each way takes the factor as Normal gives
+// it, so products are finite and not below 0 (or -0.0, cut to 0 as well).
 __attribute__((target("avx2"))) inline __m128i Scaled4(__m128i samples32, __m256d factor) {
     const __m256d product = _mm256_mul_pd(_mm256_cvtepi32_pd(samples32), factor);
     // Limited before the cut, since products up to 65535^2 leave int32.
@@ -272,7 +282,7 @@ __attribute__((target("avx2"))) inline __m256i ScaledOrStays8(__m256i samples32,
 
 __attribute__((target("avx2"))) std::size_t ScaleBy16Samples(uint8_t *at, std::size_t count, double factor,
                                                              uint16_t lowest) {
-    const __m256d by = _mm256_set1_pd(factor);
+    const __m256d by = _mm256_set1_pd(Normal(factor));
     const __m256i from = _mm256_set1_epi32(lowest);
     std::size_t i = 0;
     for (; i + 16 <= count; i += 16) {
@@ -307,7 +317,7 @@ __attribute__((target("avx512f,avx512bw"))) std::size_t ScaleBy32Samples(uint8_t
                                                       44, 48, 52, 56, 60, 0,  4,  8,  12, 16, 20,
                                                       24, 28, 32, 36, 40, 44, 48, 52, 56, 60};
     const __m512i low = _mm512_load_si512(kLow);
-    const __m512d by = _mm512_set1_pd(factor);
+    const __m512d by = _mm512_set1_pd(Normal(factor));
     const __m512i from = _mm512_set1_epi16(static_cast<short>(lowest));
     std::size_t i = 0;
     for (; i + 32 <= count; i += 32) {
@@ -329,16 +339,6 @@ constexpr kernels::SampleScaler kSampleScalers[] = {{&HasAvx512, &ScaleBy32Sampl
                                                     {&HasAvx2, &ScaleBy16Samples}};
 
 #endif
-
-// A factor that gives every sample what it gives: from 65535 on, every
-// factor (also an infinite one) saturates each sample but 0, which stays 0;
-// below 2^-16 every product stays below 1 and is cut to 0, as with a NaN
-// factor. So products are never NaN, infinite or subnormal (which some
-// processors multiply slowly).
-double Normal(double factor) {
-    if (!(factor >= 0x1p-16)) return 0.0;
-    return factor > 65535.0 ? 65535.0 : factor;
-}
 
 // Samples from `lowest` on get the rule's product, in the widest lanes the
 // processor has.
