@@ -429,21 +429,9 @@ void Multiply(REALobject block, double factor, intptr_t offsetByte, intptr_t len
 
 }  // namespace
 
-std::span<const kernels::ByteLookUp> kernels::ByteLookUps() {
-#if defined(QVT_X86_TARGETS)
-    return kByteLookUps;
-#else
-    return {};
-#endif
-}
+std::span<const kernels::ByteLookUp> kernels::ByteLookUps() { QVT_X86_WAYS(kByteLookUps); }
 
-std::span<const kernels::SampleScaler> kernels::SampleScalers() {
-#if defined(QVT_X86_TARGETS)
-    return kSampleScalers;
-#else
-    return {};
-#endif
-}
+std::span<const kernels::SampleScaler> kernels::SampleScalers() { QVT_X86_WAYS(kSampleScalers); }
 
 void MultiplyUInt8QVT(REALobject block, double factor, RBInteger offsetByte, RBInteger lengthBytes,
                       RBInteger multiplyOnlyOver) {

@@ -1,8 +1,10 @@
 // Multiplying unsigned samples in place by a factor, with saturation: bytes
-// through a table of all 256 results (or a form of it with vectors that
-// gives every entry), 16-bit samples in the machine's byte order each on
-// its own. A negative `multiplyOnlyOver` scales every sample,
-// otherwise only those above it.
+// through a table of all 256 results (looked up in vectors, or a form of it
+// with vectors that gives every entry), 16-bit samples in the machine's
+// byte order each on its own (on a fixed-point line where it gives the
+// rule's products, else by the rule's double arithmetic in vectors). A
+// negative `multiplyOnlyOver` scales every sample, otherwise only those
+// above it.
 #pragma once
 
 #include <cstddef>
