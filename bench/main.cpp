@@ -393,7 +393,7 @@ int main(int argc, char **argv) {
         for (const Row &row : rows) Register(row, libraries);
         benchmark::RunSpecifiedBenchmarks();
     }
-    if (!sweepOut.empty()) RunSweeps(rows, sweepFilter, sweepOut, kSizes[std::size(kSizes) - 1]);
+    const bool swept = sweepOut.empty() || RunSweeps(rows, sweepFilter, sweepOut, kSizes[std::size(kSizes) - 1]);
     benchmark::Shutdown();
-    return 0;
+    return swept ? 0 : 2;
 }

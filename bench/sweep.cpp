@@ -341,10 +341,16 @@ const char *GoalText(Goal goal) { return IsSearch(goal) ? "findstring" : "stream
 
 }  // namespace
 
-void RunSweeps(const std::vector<Row> &rows, const std::string &filter, const std::string &path,
+bool RunSweeps(const std::vector<Row> &rows, const std::string &filter, const std::string &path,
                std::size_t largeSize) {
     const auto began = std::chrono::steady_clock::now();
-    const std::regex wanted(filter.empty() ? "." : filter);
+    std::regex wanted;
+    try {
+        wanted.assign(filter.empty() ? "." : filter);
+    } catch (const std::regex_error &error) {
+        std::fprintf(stderr, "sweep: %s is not a regular expression: %s\n", filter.c_str(), error.what());
+        return false;
+    }
     const Row &memcpyRow = Named(rows, "memcpy");
     std::string json = "{\n  \"sweeps\": [";
     std::vector<std::string> wrong;
@@ -400,11 +406,12 @@ void RunSweeps(const std::vector<Row> &rows, const std::string &filter, const st
     std::FILE *out = std::fopen(path.c_str(), "w");
     if (!out) {
         std::fprintf(stderr, "sweep: cannot write %s\n", path.c_str());
-        return;
+        return false;
     }
     std::fputs(json.c_str(), out);
     std::fclose(out);
     std::fprintf(stderr, "sweep: %.0f s, %s\n", seconds, path.c_str());
+    return true;
 }
 
 }  // namespace qvtbench

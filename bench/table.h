@@ -106,8 +106,9 @@ void StringTarget(Buffers &c);
 // Sweeps the arguments that may pick a method's path over their range at a
 // size a cache holds, reruns each sweep's worst and best values at
 // `largeSize`, and writes the results as JSON to `path`. Only the sweeps
-// whose method matches `filter` (a regular expression) run.
-void RunSweeps(const std::vector<Row> &rows, const std::string &filter, const std::string &path,
+// whose method and argument match `filter` (a regular expression) run;
+// false, with a message, for a filter that is none or a file not written.
+bool RunSweeps(const std::vector<Row> &rows, const std::string &filter, const std::string &path,
                std::size_t largeSize);
 
 std::vector<Row> MemoryRows();
