@@ -150,6 +150,10 @@ int64_t NarrowFrom(const Row &row, REALproc f, Buffers &c) {
     return 0;
 }
 
+int64_t ExpandTo(const Row &row, REALproc f, Buffers &c) {
+    return Invoke<bool, O, O, I, I, I>(f, c.a, c.d, N(c) / 8, 0, static_cast<I>(row.p));
+}
+
 // The same row called at offsets 0..63; the bytes are checked by the tests.
 Sweep Offsets(const Row &base, const char *argument, Call call) {
     Row row = base;
@@ -214,6 +218,11 @@ std::vector<Sweep> Sweeps(const std::vector<Row> &rows) {
     sweeps.push_back(Offsets(Named(rows, "FillBytesQVT"), "offset", FillAt));
     sweeps.push_back(Offsets(Named(rows, "CopyBytesQVT to a block"), "destOfs", CopyToAt));
     sweeps.back().method = "CopyBytesQVT";
+    Row expand = Named(rows, "ExpandBitsQVT");
+    expand.call = ExpandTo;
+    expand.plain = nullptr;  // values past a byte spill into the next bytes; the tests check them
+    sweeps.push_back({"ExpandBitsQVT", "HighValue (LowValue 0)", Goal::Streaming,
+                      Cases(expand, {-1, 0, 1, 128, 255, 256, 4095, 65535}, setP)});
     sweeps.push_back({"AndBitsQVT", "Mask", Goal::Streaming,
                       Cases(Named(rows, "AndBitsQVT with mask"), {0x00, 0x01, 0x0F, 0x3C, 0x80, 0xFE, 0xFF}, setP)});
     sweeps.push_back({"_Calc3te", "Tolerance", Goal::Streaming,
