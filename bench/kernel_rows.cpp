@@ -36,7 +36,8 @@ int64_t PlainByteToUShort(const Row &row, Buffers &c) {
 int64_t PlainUShortToByte(const Row &row, Buffers &c) {
     const auto divisor = static_cast<uint32_t>(row.p);
     for (std::size_t i = 0; i < c.n / 2; ++i) {
-        c.pd[i] = static_cast<uint8_t>(Load<uint16_t>(c.pa + 2 * i) / divisor);
+        // A divisor of 0 clears the destination.
+        c.pd[i] = divisor == 0 ? 0 : static_cast<uint8_t>(Load<uint16_t>(c.pa + 2 * i) / divisor);
     }
     return 0;
 }
@@ -81,7 +82,9 @@ int64_t PlainMultiply(const Row &row, Buffers &c) {
         const T v = Load<T>(c.pa + i);
         if (row.q >= 0 && v <= row.q) continue;
         const double product = static_cast<double>(v) * row.x;
-        Store(c.pa + i, product >= kLargest ? static_cast<T>(~T{0}) : static_cast<T>(product));
+        // A NaN product, like a negative one, gives 0.
+        const T scaled = product > 0.0 ? static_cast<T>(product) : T{0};
+        Store(c.pa + i, product >= kLargest ? static_cast<T>(~T{0}) : scaled);
     }
     return 0;
 }
@@ -133,9 +136,10 @@ constexpr int kSource = 100;
 constexpr int kDestination[4] = {100, 101, 102, 103};  // inside the tolerance: pixels match on every call
 constexpr double kTolerance = 0.1;
 
-int64_t PlainCalc3te(const Row &, Buffers &c) {
-    const auto upper = static_cast<int32_t>(kSource * (1.0 + kTolerance));
-    const auto lower = static_cast<int32_t>(kSource * (1.0 - kTolerance));
+// x is the tolerance.
+int64_t PlainCalc3te(const Row &row, Buffers &c) {
+    const auto upper = static_cast<int32_t>(kSource * (1.0 + row.x));
+    const auto lower = static_cast<int32_t>(kSource * (1.0 - row.x));
     for (std::size_t at = 0; at + 4 <= c.n; at += 4) {
         bool match = true;
         for (int k = 0; k < 4; ++k) match = match && c.pa[at + k] >= lower && c.pa[at + k] <= upper;
@@ -145,17 +149,16 @@ int64_t PlainCalc3te(const Row &, Buffers &c) {
     return 0;
 }
 
-// p is the number of channels in the sum: 3 or 4.
+// p is the number of channels in the sum: 3 or 4; q is iByteMax.
 int64_t PlainCalc2te(const Row &row, Buffers &c) {
-    constexpr int kByteMax = 255;
     for (std::size_t at = 0; at + 4 <= c.n; at += 4) {
         int sum = 0;
         for (int k = 0; k < row.p; ++k) sum += c.pa[at + k];
         int value = 0;
-        if (sum >= kByteMax || sum == 0) {
+        if (sum >= row.q || sum == 0) {
             value = 0;
         } else {
-            value = std::min(kByteMax - sum, 255);
+            value = static_cast<int>(std::min<int64_t>(row.q - sum, 255));
         }
         c.pa[at + 3] = static_cast<uint8_t>(value);
     }
@@ -341,15 +344,16 @@ std::vector<Row> KernelRows() {
                                    "Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as "
                                    "Integer, Dest4 as Integer, Tolerance as double, offsetByte as "
                                    "Integer = 0, Length as integer = 0)",
-                    .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
+                    .call = [](const Row &row, REALproc f, Buffers &c) -> int64_t {
                         Invoke<void, O, I, I, I, I, I, I, I, I, double, I, I>(
                             f, c.a, kSource, kSource, kSource, kSource, kDestination[0],
-                            kDestination[1], kDestination[2], kDestination[3], kTolerance, 0, N(c));
+                            kDestination[1], kDestination[2], kDestination[3], row.x, 0, N(c));
                         return 0;
                     },
                     .plain = PlainCalc3te,
                     .aData = Data::Pixels,
-                    .goal = Goal::Streaming});
+                    .goal = Goal::Streaming,
+                    .x = kTolerance});
     for (int channels : {3, 4}) {
         const std::string name = channels == 3 ? "_Calc2teCMY" : "_Calc2teCMYK";
         rows.push_back({.name = name,
@@ -357,13 +361,14 @@ std::vector<Row> KernelRows() {
                         .declaration = name +
                                        "(iByteMax as integer = 255, offsetByte as Integer = 0, Length "
                                        "as integer = 0, WithSum0 as boolean = true)",
-                        .call = [](const Row &, REALproc f, Buffers &c) -> int64_t {
-                            Invoke<void, O, I, I, I, bool>(f, c.a, 255, 0, N(c), true);
+                        .call = [](const Row &row, REALproc f, Buffers &c) -> int64_t {
+                            Invoke<void, O, I, I, I, bool>(f, c.a, static_cast<I>(row.q), 0, N(c), true);
                             return 0;
                         },
                         .plain = PlainCalc2te,
                         .goal = Goal::Streaming,
-                        .p = channels});
+                        .p = channels,
+                        .q = 255});
     }
     rows.push_back({.name = "ConvertRGB12BitTo8BitQVT",
                     .family = "colour",

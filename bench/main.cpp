@@ -153,11 +153,14 @@ REALobject NewBlock(int eighths, Data data, std::size_t n, uint8_t *&pointer) {
     return block;
 }
 
+}  // namespace
+
 // ---- Buffers ----------------------------------------------------------------------
 
-// The host is emptied first: blocks that earlier runs left kept are dropped.
-Buffers Setup(const Row &row, std::size_t n) {
-    simhost::Reset(Quiet());
+// The host is emptied first, unless the caller keeps buffers made before:
+// blocks that earlier runs left kept are dropped.
+Buffers Setup(const Row &row, std::size_t n, bool emptied) {
+    if (emptied) simhost::Reset(Quiet());
     Buffers c;
     c.n = n;
     c.a = NewBlock(row.aEighths, row.aData, n, c.pa);
@@ -180,6 +183,8 @@ void Teardown(Buffers &c) {
     simhost::Release(c.text);
     simhost::Release(c.values);
 }
+
+namespace {
 
 // ---- Benchmarks ---------------------------------------------------------------------
 
@@ -270,9 +275,11 @@ void Register(const Row &row, std::set<std::string> &libraries) {
     }
 }
 
+}  // namespace
+
 // ---- Checking the bytes ------------------------------------------------------------
 
-std::vector<uint8_t> Copy(const uint8_t *p, std::size_t size) {
+static std::vector<uint8_t> Copy(const uint8_t *p, std::size_t size) {
     return p ? std::vector<uint8_t>(p, p + size) : std::vector<uint8_t>{};
 }
 
@@ -312,6 +319,8 @@ std::vector<std::string> CheckRows(const std::vector<Row> &rows, std::size_t n) 
     return wrong;
 }
 
+namespace {
+
 Row Baseline(const char *key, Loop loop, double touched) {
     return {.name = key,
             .family = "baseline",
@@ -327,6 +336,23 @@ Row Baseline(const char *key, Loop loop, double touched) {
 
 int main(int argc, char **argv) {
     using namespace qvtbench;
+    // Our own flags, taken out before the benchmark library reads the rest.
+    std::string sweepOut, sweepFilter;
+    bool sweepOnly = false;
+    int kept = 1;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument.starts_with("--sweep_out=")) {
+            sweepOut = argument.substr(12);
+        } else if (argument.starts_with("--sweep=")) {
+            sweepFilter = argument.substr(8);
+        } else if (argument == "--sweep_only") {
+            sweepOnly = true;
+        } else {
+            argv[kept++] = argv[i];
+        }
+    }
+    argc = kept;
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
 
@@ -362,9 +388,12 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "wrong bytes: %s\n", line.c_str());
     }
 
-    std::set<std::string> libraries;
-    for (const Row &row : rows) Register(row, libraries);
-    benchmark::RunSpecifiedBenchmarks();
+    if (!sweepOnly) {
+        std::set<std::string> libraries;
+        for (const Row &row : rows) Register(row, libraries);
+        benchmark::RunSpecifiedBenchmarks();
+    }
+    const bool swept = sweepOut.empty() || RunSweeps(rows, sweepFilter, sweepOut, kSizes[std::size(kSizes) - 1]);
     benchmark::Shutdown();
-    return 0;
+    return swept ? 0 : 2;
 }

@@ -129,6 +129,8 @@ void NeedleFromData(const Row &row, Buffers &c) {
     }
 }
 
+}  // namespace
+
 // Puts the target last after breaking every earlier occurrence with a byte
 // it lacks, so that every search walks the whole block.
 void PutTarget(Buffers &c) {
@@ -159,6 +161,8 @@ void StringTarget(Buffers &c) {
     c.text = simhost::NewString(
         std::string_view(reinterpret_cast<const char *>(c.needle.data()), c.needle.size()));
 }
+namespace {
+
 void BlockTarget(Buffers &c) { c.target = simhost::NewBlock(c.needle); }
 
 int64_t CallFindString(const Row &, REALproc f, Buffers &c) {

@@ -89,6 +89,28 @@ struct Row {
     REALproc function = nullptr;  // found at start-up
 };
 
+// A row's buffers at n bytes, in an emptied host unless `emptied` is
+// false, and their release.
+Buffers Setup(const Row &row, std::size_t n, bool emptied = true);
+void Drop(Buffers &c);  // what one call returned
+void Teardown(Buffers &c);
+// Runs each method and its plain loop once on equal buffers at n bytes; one
+// line for each row whose results or bytes differ.
+std::vector<std::string> CheckRows(const std::vector<Row> &rows, std::size_t n);
+
+// Puts c.needle last in block A after breaking every earlier occurrence, so
+// that a search walks the whole block; and makes it a string in c.text.
+void PutTarget(Buffers &c);
+void StringTarget(Buffers &c);
+
+// Sweeps the arguments that may pick a method's path over their range at a
+// size a cache holds, reruns each sweep's worst and best values at
+// `largeSize`, and writes the results as JSON to `path`. Only the sweeps
+// whose method and argument match `filter` (a regular expression) run;
+// false, with a message, for a filter that is none or a file not written.
+bool RunSweeps(const std::vector<Row> &rows, const std::string &filter, const std::string &path,
+               std::size_t largeSize);
+
 std::vector<Row> MemoryRows();
 std::vector<Row> KernelRows();
 // The per-call rows, registered apart from the range rows above.

@@ -117,13 +117,7 @@ constexpr kernels::GroupPacker kGroupPackers[] = {{&HasVbmi, &PackBy64Bytes}, {&
 
 }  // namespace
 
-std::span<const kernels::GroupPacker> kernels::GroupPackers() {
-#if defined(QVT_X86_TARGETS)
-    return kGroupPackers;
-#else
-    return {};
-#endif
-}
+std::span<const kernels::GroupPacker> kernels::GroupPackers() { QVT_X86_WAYS(kGroupPackers); }
 
 void ConvertRGB12BitTo8BitQVT(REALobject block, RBInteger width) {
     if (width < 1) return;

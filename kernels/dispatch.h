@@ -32,6 +32,14 @@
 #define QVT_X86_TARGETS 1
 #endif
 
+// The body of a function that lists such kernels: the list, where there are
+// any, or none.
+#if defined(QVT_X86_TARGETS)
+#define QVT_X86_WAYS(ways) return ways
+#else
+#define QVT_X86_WAYS(ways) return {}
+#endif
+
 #include <cstdint>
 
 namespace qvt::kernels {

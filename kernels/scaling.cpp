@@ -9,6 +9,10 @@
 #include "kernels/dispatch.h"
 #include "kernels/range.h"
 
+#if defined(QVT_X86_TARGETS)
+#include <immintrin.h>
+#endif
+
 namespace qvt {
 
 namespace {
@@ -80,8 +84,9 @@ bool Patch(const uint8_t (&table)[256], ByteRule rule, Patches &patches, int &us
     return true;
 }
 
-// The rule for the table, with the fraction rounded up or else down. From
-// 255 on every byte but 0 saturates; a NaN factor gives 0 throughout.
+// The rule for the table, with the fraction rounded up or down, whichever
+// needs fewer patches. From 255 on every byte but 0 saturates; a NaN factor
+// gives 0 throughout.
 bool RuleFor(const uint8_t (&table)[256], double factor, uint8_t lowest, ByteRule &rule,
              Patches &patches, int &used) {
     double whole = factor >= 255.0 ? 255.0 : 0.0;
@@ -91,12 +96,21 @@ bool RuleFor(const uint8_t (&table)[256], double factor, uint8_t lowest, ByteRul
         fraction = std::ldexp(factor - whole, 16);  // both exact
     }
     const double rounded[] = {std::ceil(fraction), std::floor(fraction)};
+    bool found = false;
     for (double r : rounded) {
         const bool carry = r == 65536.0;
-        rule = {lowest, static_cast<uint16_t>(whole + carry), static_cast<uint16_t>(carry ? 0.0 : r)};
-        if (Patch(table, rule, patches, used)) return true;
+        const ByteRule candidate{lowest, static_cast<uint16_t>(whole + carry),
+                                 static_cast<uint16_t>(carry ? 0.0 : r)};
+        Patches candidatePatches;
+        int candidateUsed = 0;
+        if (!Patch(table, candidate, candidatePatches, candidateUsed)) continue;
+        if (found && candidateUsed >= used) continue;
+        rule = candidate;
+        patches = candidatePatches;
+        used = candidateUsed;
+        found = true;
     }
-    return false;
+    return found;
 }
 
 template <bool Patched>
@@ -117,9 +131,44 @@ QVT_VECTOR_CLONES void ScaleBytesPatched(uint8_t *at, std::size_t count, ByteRul
     ScaleEachByte<true>(at, count, rule, patches);
 }
 
+#if defined(QVT_X86_TARGETS)
+
+// Each byte's table entry by two 128-entry look-ups, the byte's top bit
+// choosing between them.
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) std::size_t LookUpBy64Bytes(uint8_t *at, std::size_t count,
+                                                                                   const uint8_t *table) {
+    const __m512i quarters[4] = {_mm512_loadu_si512(table), _mm512_loadu_si512(table + 64),
+                                 _mm512_loadu_si512(table + 128), _mm512_loadu_si512(table + 192)};
+    std::size_t i = 0;
+    for (; i + 64 <= count; i += 64) {
+        const __m512i bytes = _mm512_loadu_si512(at + i);
+        const __m512i below = _mm512_permutex2var_epi8(quarters[0], bytes, quarters[1]);
+        const __m512i above = _mm512_permutex2var_epi8(quarters[2], bytes, quarters[3]);
+        _mm512_storeu_si512(at + i, _mm512_mask_blend_epi8(_mm512_movepi8_mask(bytes), below, above));
+    }
+    return i;
+}
+
+bool HasVbmi() { return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vbmi"); }
+
+constexpr kernels::ByteLookUp kByteLookUps[] = {{&HasVbmi, &LookUpBy64Bytes}};
+
+#endif
+
+bool LooksUpInVectors() {
+    const auto ways = kernels::ByteLookUps();
+    return std::any_of(ways.begin(), ways.end(), [](const kernels::ByteLookUp &way) { return way.usable(); });
+}
+
 // The bytes that stay are in the table as themselves.
 void ScaleBytesThroughTable(uint8_t *at, std::size_t count, const uint8_t (&table)[256]) {
-    for (std::size_t i = 0; i < count; ++i) at[i] = table[at[i]];
+    std::size_t i = 0;
+    for (const kernels::ByteLookUp &way : kernels::ByteLookUps()) {
+        if (!way.usable()) continue;
+        i = way.look(at, count, table);
+        break;
+    }
+    for (; i < count; ++i) at[i] = table[at[i]];
 }
 
 // The table is built whether or not the range is empty.
@@ -134,7 +183,9 @@ void ScaleBytes(uint8_t *at, intptr_t count, double factor, intptr_t multiplyOnl
     Patches patches;
     int used = 0;
     const auto n = static_cast<std::size_t>(count);
-    if (!RuleFor(table, factor, static_cast<uint8_t>(lowest), rule, patches, used)) {
+    // Vectors that look the table up are exact for every factor and faster
+    // than the rule; the rule serves where there are none.
+    if (LooksUpInVectors() || !RuleFor(table, factor, static_cast<uint8_t>(lowest), rule, patches, used)) {
         ScaleBytesThroughTable(at, n, table);
     } else if (used == 0) {
         ScaleBytesByRule(at, n, rule);
@@ -142,15 +193,6 @@ void ScaleBytes(uint8_t *at, intptr_t count, double factor, intptr_t multiplyOnl
         ScaleBytesPatched(at, n, rule, patches);
     }
 }
-
-// The product of a 16-bit sample and the factor as the rule gives it,
-// converted by mask (below).
-struct ByFactor {
-    double factor;
-    uint16_t operator()(uint16_t operand) const {
-        return static_cast<uint16_t>(static_cast<int32_t>(operand * factor));
-    }
-};
 
 // The product on a line in 32.32 fixed point: v * whole, plus the top half
 // of v * (high * 2^16 + low) / 2^32, carried up from 16-bit pieces. Every
@@ -165,39 +207,20 @@ struct OnLine {
     }
 };
 
-// Samples below `lowest` stay; with `Saturating`, those above
-// `unsaturatedUpTo` give 65535 and are multiplied as that sample, so that
-// every product converts. The factor is finite. Both picks go by masks:
-// with ?: the compiler would convert only the products it keeps, and a
-// conditional conversion has no vector form.
-template <bool Saturating, typename Rule>
-[[gnu::always_inline]] inline void ScaleEach(uint8_t *at, std::size_t count, Rule rule,
-                                             uint16_t lowest, uint16_t unsaturatedUpTo) {
+// Samples below `lowest` stay; those above `unsaturatedUpTo` give 65535
+// and are multiplied as that sample, so that no product leaves 16 bits.
+// Both picks go by masks, which vectorize.
+QVT_VECTOR_CLONES void ScaleSamplesOnLine(uint8_t *at, std::size_t count, OnLine line,
+                                          uint16_t lowest, uint16_t unsaturatedUpTo) {
     for (std::size_t i = 0; i < count; ++i) {
         uint16_t sample;
         std::memcpy(&sample, at + 2 * i, 2);
-        const uint16_t operand = Saturating ? std::min(sample, unsaturatedUpTo) : sample;
-        auto scaled = rule(operand);
-        if (Saturating) scaled |= static_cast<uint16_t>(-static_cast<int>(sample > unsaturatedUpTo));
+        auto scaled = line(std::min(sample, unsaturatedUpTo));
+        scaled |= static_cast<uint16_t>(-static_cast<int>(sample > unsaturatedUpTo));
         const auto stays = static_cast<uint16_t>(-static_cast<int>(sample < lowest));
         sample = static_cast<uint16_t>((sample & stays) | (scaled & ~stays));
         std::memcpy(at + 2 * i, &sample, 2);
     }
-}
-
-QVT_VECTOR_CLONES void ScaleSamplesSaturating(uint8_t *at, std::size_t count, double factor,
-                                              uint16_t lowest, uint16_t unsaturatedUpTo) {
-    ScaleEach<true>(at, count, ByFactor{factor}, lowest, unsaturatedUpTo);
-}
-
-QVT_VECTOR_CLONES void ScaleSamplesBelowOne(uint8_t *at, std::size_t count, double factor,
-                                            uint16_t lowest) {
-    ScaleEach<false>(at, count, ByFactor{factor}, lowest, 0);
-}
-
-QVT_VECTOR_CLONES void ScaleSamplesOnLine(uint8_t *at, std::size_t count, OnLine line,
-                                          uint16_t lowest, uint16_t unsaturatedUpTo) {
-    ScaleEach<true>(at, count, line, lowest, unsaturatedUpTo);
 }
 
 // The largest sample whose product stays below 65535; the products rise
@@ -216,13 +239,117 @@ uint16_t UnsaturatedUpTo(double factor) {
     return static_cast<uint16_t>(below);
 }
 
-void ScaleDirectly(uint8_t *at, std::size_t count, double factor, uint16_t lowest,
-                   uint16_t unsaturatedUpTo) {
-    if (factor < 1.0) {
-        ScaleSamplesBelowOne(at, count, factor, lowest);
-    } else {
-        ScaleSamplesSaturating(at, count, factor, lowest, unsaturatedUpTo);
+// Samples below `lowest` stay. Branch-free, so that compilers may run it
+// in vector lanes where no hand-written way below applies.
+void ScaleEachSample(uint8_t *at, std::size_t count, double factor, uint16_t lowest) {
+    for (std::size_t i = 0; i < count; ++i) {
+        uint16_t sample;
+        std::memcpy(&sample, at + 2 * i, 2);
+        const uint16_t scaled = Scaled<uint16_t>(sample, factor);
+        const auto stays = static_cast<uint16_t>(-static_cast<int>(sample < lowest));
+        sample = static_cast<uint16_t>((sample & stays) | (scaled & ~stays));
+        std::memcpy(at + 2 * i, &sample, 2);
     }
+}
+
+// A factor that gives every sample what it gives: from 65535 on, every
+// factor (also an infinite one) saturates each sample but 0, which stays 0;
+// below 2^-16 every product stays below 1 and is cut to 0, as with a NaN
+// factor. So products are never NaN, infinite or subnormal (which some
+// processors multiply slowly).
+double Normal(double factor) {
+    if (!(factor >= 0x1p-16)) return 0.0;
+    return factor > 65535.0 ? 65535.0 : factor;
+}
+
+#if defined(QVT_X86_TARGETS)
+
+// The rule's own steps in double lanes: widen, convert, multiply, cut
+// toward zero, limit to 65535, narrow: the operations of Scaled, so every
+// factor gives the same bytes. Each way takes the factor as Normal gives
+// it, so products are finite and not below 0 (or -0.0, cut to 0 as well).
+__attribute__((target("avx2"))) inline __m128i Scaled4(__m128i samples32, __m256d factor) {
+    const __m256d product = _mm256_mul_pd(_mm256_cvtepi32_pd(samples32), factor);
+    // Limited before the cut, since products up to 65535^2 leave int32.
+    return _mm256_cvttpd_epi32(_mm256_min_pd(product, _mm256_set1_pd(65535.0)));
+}
+
+__attribute__((target("avx2"))) inline __m256i ScaledOrStays8(__m256i samples32, __m256d factor, __m256i lowest) {
+    const __m256i scaled = _mm256_set_m128i(Scaled4(_mm256_extracti128_si256(samples32, 1), factor),
+                                            Scaled4(_mm256_castsi256_si128(samples32), factor));
+    return _mm256_blendv_epi8(scaled, samples32, _mm256_cmpgt_epi32(lowest, samples32));
+}
+
+__attribute__((target("avx2"))) std::size_t ScaleBy16Samples(uint8_t *at, std::size_t count, double factor,
+                                                             uint16_t lowest) {
+    const __m256d by = _mm256_set1_pd(Normal(factor));
+    const __m256i from = _mm256_set1_epi32(lowest);
+    std::size_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        auto *p = reinterpret_cast<__m256i *>(at + 2 * i);
+        const __m256i samples = _mm256_loadu_si256(p);
+        const __m256i low = ScaledOrStays8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(samples)), by, from);
+        const __m256i high = ScaledOrStays8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(samples, 1)), by, from);
+        // packus pairs the halves lane by lane; the permute restores the order.
+        _mm256_storeu_si256(p, _mm256_permute4x64_epi64(_mm256_packus_epi32(low, high), 0xD8));
+    }
+    return i;
+}
+
+// Eight samples' results in the low 16 bits of 64-bit lanes: the product,
+// limited, plus 2^52 rounded toward zero is 2^52 plus the product cut
+// toward zero, an integer in the double's low bits. (Masks everywhere:
+// GCC warns of the unmasked forms' undefined lanes.)
+__attribute__((target("avx512f"))) inline __m512i Scaled8(const uint8_t *samples, __m512d factor) {
+    constexpr __mmask8 kAll = 0xFF;
+    const __m256i wide = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(samples)));
+    const __m512d product = _mm512_maskz_mul_pd(kAll, _mm512_maskz_cvtepi32_pd(kAll, wide), factor);
+    const __m512d limited = _mm512_maskz_min_pd(kAll, product, _mm512_set1_pd(65535.0));
+    return _mm512_castpd_si512(
+        _mm512_maskz_add_round_pd(kAll, limited, _mm512_set1_pd(0x1p52), _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
+}
+
+__attribute__((target("avx512f,avx512bw"))) std::size_t ScaleBy32Samples(uint8_t *at, std::size_t count,
+                                                                         double factor, uint16_t lowest) {
+    // Word 4k of the two sources, the low 16 bits of lane k, into word k
+    // of each half.
+    alignas(64) static constexpr uint16_t kLow[32] = {0,  4,  8,  12, 16, 20, 24, 28, 32, 36, 40,
+                                                      44, 48, 52, 56, 60, 0,  4,  8,  12, 16, 20,
+                                                      24, 28, 32, 36, 40, 44, 48, 52, 56, 60};
+    const __m512i low = _mm512_load_si512(kLow);
+    const __m512d by = _mm512_set1_pd(Normal(factor));
+    const __m512i from = _mm512_set1_epi16(static_cast<short>(lowest));
+    std::size_t i = 0;
+    for (; i + 32 <= count; i += 32) {
+        uint8_t *p = at + 2 * i;
+        const __m512i samples = _mm512_loadu_si512(p);
+        const __m512i first = _mm512_permutex2var_epi16(Scaled8(p, by), low, Scaled8(p + 16, by));
+        const __m512i second = _mm512_permutex2var_epi16(Scaled8(p + 32, by), low, Scaled8(p + 48, by));
+        const __m512i scaled = _mm512_mask_blend_epi64(0xF0, first, second);
+        const __mmask32 stays = _mm512_cmplt_epu16_mask(samples, from);
+        _mm512_storeu_si512(p, _mm512_mask_blend_epi16(stays, scaled, samples));
+    }
+    return i;
+}
+
+bool HasAvx2() { return __builtin_cpu_supports("avx2"); }
+bool HasAvx512() { return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw"); }
+
+constexpr kernels::SampleScaler kSampleScalers[] = {{&HasAvx512, &ScaleBy32Samples},
+                                                    {&HasAvx2, &ScaleBy16Samples}};
+
+#endif
+
+// Samples from `lowest` on get the rule's product, in the widest lanes the
+// processor has.
+void ScaleExactly(uint8_t *at, std::size_t count, double factor, uint16_t lowest) {
+    std::size_t done = 0;
+    for (const kernels::SampleScaler &scaler : kernels::SampleScalers()) {
+        if (!scaler.usable()) continue;
+        done = scaler.scale(at, count, factor, lowest);
+        break;
+    }
+    ScaleEachSample(at + 2 * done, count - done, factor, lowest);
 }
 
 // From this many samples on, a line that may stray from the rule is worth
@@ -239,7 +366,7 @@ bool LineHolds(OnLine line, double factor, uint16_t lowest, uint16_t unsaturated
             std::memcpy(direct + 2 * k, &v, 2);
         }
         std::memcpy(onLine, direct, 2 * count);
-        ScaleDirectly(direct, count, factor, 0, unsaturatedUpTo);
+        ScaleExactly(direct, count, factor, 0);
         ScaleSamplesOnLine(onLine, count, line, 0, unsaturatedUpTo);
         if (std::memcmp(direct, onLine, 2 * count) != 0) return false;
     }
@@ -264,13 +391,10 @@ bool LineFor(double factor, uint16_t lowest, uint16_t unsaturatedUpTo, std::size
     return count >= kLineCheckedFrom && LineHolds(line, factor, lowest, unsaturatedUpTo);
 }
 
-// From 65535 on, every factor (also an infinite one) saturates each sample
-// but 0, which stays 0; a NaN factor gives 0 like a factor of 0.
 void ScaleSamples(uint8_t *at, intptr_t count, double factor, intptr_t multiplyOnlyOver) {
     const uint32_t lowest = LowestReplaced(multiplyOnlyOver, 65535);
     if (count <= 0 || lowest > 65535) return;
-    if (std::isnan(factor)) factor = 0.0;
-    if (factor > 65535.0) factor = 65535.0;
+    factor = Normal(factor);
     const auto n = static_cast<std::size_t>(count);
     const auto from = static_cast<uint16_t>(lowest);
     const uint16_t upTo = factor < 1.0 ? 65535 : UnsaturatedUpTo(factor);
@@ -278,7 +402,7 @@ void ScaleSamples(uint8_t *at, intptr_t count, double factor, intptr_t multiplyO
     if (LineFor(factor, from, upTo, n, line)) {
         ScaleSamplesOnLine(at, n, line, from, upTo);
     } else {
-        ScaleDirectly(at, n, factor, from, upTo);
+        ScaleExactly(at, n, factor, from);
     }
 }
 
@@ -304,6 +428,10 @@ void Multiply(REALobject block, double factor, intptr_t offsetByte, intptr_t len
 }
 
 }  // namespace
+
+std::span<const kernels::ByteLookUp> kernels::ByteLookUps() { QVT_X86_WAYS(kByteLookUps); }
+
+std::span<const kernels::SampleScaler> kernels::SampleScalers() { QVT_X86_WAYS(kSampleScalers); }
 
 void MultiplyUInt8QVT(REALobject block, double factor, RBInteger offsetByte, RBInteger lengthBytes,
                       RBInteger multiplyOnlyOver) {

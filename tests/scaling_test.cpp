@@ -128,7 +128,10 @@ const double kFactors[] = {0.0, -0.0, 0.5, 0.999, 1.0, 1.5, 2.0, 0.29, 0.58, 1.4
                            0.7999999999999999, 1.6666666666666665, 0.8181818181818181, 0.1,
                            0.7, 1.1, 1.15, 1.0 - 0x1p-30, 1.0 + 0x1p-40, 1.0 + 0x1p-32,
                            1.0 + 0x1p-33, 0x1p-32, 0x1p-33, 254.9, 255.0, 255.5, 40000.25,
-                           65534.9, 65535.0, 65536.0, 1e300, 0x1p-1074, kInfinity, kNaN};
+                           65534.9, 65535.0, 65536.0, 1e300, 0x1p-1074, kInfinity, kNaN,
+                           // the benchmark's slowest two-decimal factors, and the
+                           // edges below which every product is cut to 0
+                           0.47, 1.41, 2.8, 2.01, 65535.99, 0x1p-16, 0x1.fffffffffffffp-17};
 const intptr_t kThresholds[] = {-1, 0, 100, 254, 255, 1000, 65534, 65535};
 
 // Every byte value, and every sample value four times over (a block large
@@ -190,6 +193,57 @@ TEST_F(ScalingDifferentialTest, EveryLengthGivesThePlainResult) {
                 EXPECT_EQ(After(start, [&](REALobject b) { MultiplyUInt16QVT(b, 3 * factor, offset, length, -1); }),
                           bytes) << factor << " " << offset << " " << length;
             }
+        }
+    }
+}
+
+// Each way of scaling 16-bit samples in vectors that this processor has, on
+// its own: every sample value, at an odd address, from each threshold on,
+// gets the plain rule's product over the samples it takes, and the rest stay.
+TEST_F(ScalingDifferentialTest, EveryVectorWidthGivesThePlainResult) {
+    std::mt19937 random(9);
+    Samples samples(65536 + 37);  // and a tail no vector fills
+    for (std::size_t v = 0; v < samples.size(); ++v) samples[v] = static_cast<uint16_t>(v);
+    std::shuffle(samples.begin(), samples.end(), random);
+    const Bytes before = BytesOf(samples);
+    for (const kernels::SampleScaler &scaler : kernels::SampleScalers()) {
+        if (!scaler.usable()) continue;
+        const auto width = &scaler - kernels::SampleScalers().data();
+        for (double factor : kFactors) {
+            for (uint16_t lowest : {0, 1, 1001, 65535}) {
+                Bytes bytes = before;
+                bytes.insert(bytes.begin(), 0xEE);
+                const std::size_t done = scaler.scale(bytes.data() + 1, samples.size(), factor, lowest);
+                ASSERT_LE(done, samples.size());
+                Samples expected = samples;
+                for (std::size_t k = 0; k < done; ++k) {
+                    if (samples[k] >= lowest) expected[k] = PlainScaled<uint16_t>(samples[k], factor);
+                }
+                Bytes want = BytesOf(expected);
+                want.insert(want.begin(), 0xEE);
+                ASSERT_EQ(bytes, want) << "way " << width << " factor " << factor << " from " << lowest;
+            }
+        }
+    }
+}
+
+// Each way of looking bytes up in vectors that this processor has: every
+// byte value through random tables, at odd addresses and over lengths that
+// end inside a vector, gives the table's entries, and the rest stay.
+TEST_F(ScalingDifferentialTest, EveryByteLookUpGivesTheTable) {
+    std::mt19937 random(13);
+    for (const kernels::ByteLookUp &way : kernels::ByteLookUps()) {
+        if (!way.usable()) continue;
+        for (std::size_t length : {0, 1, 63, 64, 65, 256, 1000}) {
+            const Bytes table = test::RandomBytes(256, random);
+            Bytes values = test::RandomBytes(length + 1, random);
+            for (std::size_t v = 0; v < std::min<std::size_t>(length, 256); ++v) values[1 + v] = static_cast<uint8_t>(v);
+            Bytes bytes = values;
+            const std::size_t done = way.look(bytes.data() + 1, length, table.data());
+            ASSERT_LE(done, length);
+            Bytes expected = values;
+            for (std::size_t i = 1; i <= done; ++i) expected[i] = table[values[i]];
+            ASSERT_EQ(bytes, expected) << length;
         }
     }
 }
