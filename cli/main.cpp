@@ -155,6 +155,7 @@ int Calls(const Arguments &args) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) return !(std::cout << "qvthost " QVT_VERSION "\n");
     std::optional<Arguments> args = Parse(argc, argv);
     if (!args) {
         Usage(std::cerr);
