@@ -1,22 +1,23 @@
-# The release package (QVT_PACKAGE=ON, as scripts/release configures it): the
-# plug-in stripped, its debug symbols apart, the README, the reference where
-# it exists and the licence, packed by CPack into one archive and a symbols
-# companion. Built twice from the same commit, in two folders, the archives
-# are the same bytes.
+# The release package (QVT_PACKAGE=ON, as scripts/release configures it;
+# included after the plug-in's targets): the plug-in stripped, its debug
+# symbols apart, the README, the reference where it exists and the licence,
+# packed by CPack into one archive and a symbols companion. Built twice from
+# the same commit, in two folders, the archives are the same bytes.
 option(QVT_PACKAGE "Build the release package (cpack)" OFF)
 if(NOT QVT_PACKAGE)
   return()
 endif()
 
-# The build folder is the release's own choice: nothing of it, nor of the
-# checkout's place, may reach the binary or its symbols.
+# The plug-in's objects, with symbols for the companion archive. The build
+# folder is the release's own choice: nothing of it, nor of the checkout's
+# place, may reach the binary or its symbols.
 set(QVT_SOURCE_PREFIX /usr/src/qvtmemory-${PROJECT_VERSION})
-add_compile_options(-g
+target_compile_options(qvt_core PRIVATE -g
   -ffile-prefix-map=${CMAKE_SOURCE_DIR}=${QVT_SOURCE_PREFIX}
   -ffile-prefix-map=${CMAKE_BINARY_DIR}=${QVT_SOURCE_PREFIX}/build)
 if(WIN32)
   # The PE header keeps a link time unless told not to.
-  add_link_options(-Wl,--no-insert-timestamp)
+  target_link_options(qvtmemory PRIVATE -Wl,--no-insert-timestamp)
 endif()
 
 if(NOT DEFINED QVT_PACKAGE_PLATFORM)
