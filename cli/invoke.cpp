@@ -107,6 +107,11 @@ Returned Read(REALproc function, const Frame &frame) {
         return {};
     } else if constexpr (std::is_floating_point_v<R>) {
         return {0, static_cast<double>(Dispatch<R>(function, frame))};
+    } else if constexpr (sizeof(R) < sizeof(Word)) {
+        // A narrow result is widened in its register by the callee's own type
+        // on 32-bit Arm, where a caller of another type trusts it as is: the
+        // whole register is read and cut to the result's width here.
+        return {static_cast<uint64_t>(static_cast<R>(Dispatch<Word>(function, frame))), 0};
     } else {
         return {static_cast<uint64_t>(Dispatch<R>(function, frame)), 0};
     }

@@ -184,6 +184,7 @@ int main(int argc, char **argv) {
     app.require_subcommand(1, 1);
     // Paths start with "/" on POSIX hosts, and wine passes them on as they are.
     app.allow_windows_style_options(false);
+    app.set_version_flag("--version", "qvthost " QVT_VERSION);
     app.add_option("--host-version", args.version, "the host's version (default 2013.04)");
     app.add_flag("--declarations", args.declarations, "load: list every registered declaration");
     app.add_flag("--nil-resolver", args.nilResolver, "load with a resolver that finds nothing");
@@ -215,8 +216,8 @@ int main(int argc, char **argv) {
     }
     try {
         app.parse(argc, argv);
-    } catch (const CLI::CallForHelp &help) {
-        return app.exit(help, std::cout, std::cerr);
+    } catch (const CLI::Success &done) {  // --help, --version
+        return app.exit(done, std::cout, std::cerr);
     } catch (const CLI::ParseError &error) {
         const bool json = args.json || AsksForJson(argc, argv);
         return Fail(json, kUsage, std::string(error.what()) + (json ? "" : "; see qvthost --help"));

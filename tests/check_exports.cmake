@@ -31,10 +31,20 @@ endif()
 message(STATUS "exported: ${defined}")
 
 # Nothing of the plug-in runs before REALPluginMain: no static constructors.
-# A DLL carries its C++ runtime inside, whose own (std, __gnu_cxx) are left.
+# The plug-in carries its C++ runtime inside, whose own (std, __gnu_cxx, the
+# runtime's .cc units) are left.
 execute_process(COMMAND ${NM} ${PLUGIN} OUTPUT_VARIABLE all_symbols)
 string(REGEX MATCHALL "_GLOBAL__sub_I[^\n]*" constructors "${all_symbols}")
-list(FILTER constructors EXCLUDE REGEX "^_GLOBAL__sub_I__Z(St|NSt|N9__gnu_cxx)")
+list(FILTER constructors EXCLUDE REGEX "^_GLOBAL__sub_I_(_Z(St|NSt|N9__gnu_cxx)|[A-Za-z0-9_]+\\.cc$)")
 if(constructors)
   message(FATAL_ERROR "static initialisers: ${constructors}")
+endif()
+
+# The version text in the library is the project's version (VERSION).
+if(VERSION)
+  file(STRINGS ${PLUGIN} text REGEX "Plugin version: ")
+  string(FIND "${text}" "$$ Plugin version: ${VERSION} (" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "the plug-in's version text '${text}' is not of version ${VERSION}")
+  endif()
 endif()
