@@ -101,7 +101,7 @@ bool RuleFor(const uint8_t (&table)[256], double factor, uint8_t lowest, ByteRul
         const bool carry = r == 65536.0;
         const ByteRule candidate{lowest, static_cast<uint16_t>(whole + carry),
                                  static_cast<uint16_t>(carry ? 0.0 : r)};
-        Patches candidatePatches;
+        Patches candidatePatches{};
         int candidateUsed = 0;
         if (!Patch(table, candidate, candidatePatches, candidateUsed)) continue;
         if (found && candidateUsed >= used) continue;
@@ -179,8 +179,8 @@ void ScaleBytes(uint8_t *at, intptr_t count, double factor, intptr_t multiplyOnl
         table[v] = v < lowest ? static_cast<uint8_t>(v) : Scaled<uint8_t>(v, factor);
     }
     if (count <= 0 || lowest > 255) return;
-    ByteRule rule;
-    Patches patches;
+    ByteRule rule{};
+    Patches patches{};
     int used = 0;
     const auto n = static_cast<std::size_t>(count);
     // Vectors that look the table up are exact for every factor and faster
