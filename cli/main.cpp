@@ -107,6 +107,16 @@ int Calls(const Arguments &args) {
     return qvthost::RunScript(script, session, std::cout, std::cerr, args.json, args.debug);
 }
 
+// What a command printed, as it stands or as one JSON object.
+int Emit(bool json, const std::string &command, int status, const std::string &text) {
+    if (json) {
+        std::cout << qvthost::ShownJson(status, command, text) << "\n";
+    } else {
+        std::cout << text;
+    }
+    return status;
+}
+
 // load and demo: what the host saw, as text, or as one JSON object of lines.
 int Shown(const Arguments &args, std::ostream &out) {
     out << "host version " << qvthost::VersionText(args.version) << "\n";
@@ -134,8 +144,7 @@ int Run(const Arguments &args) {
     if (!args.json) return Shown(args, std::cout);
     std::ostringstream text;
     const int status = Shown(args, text);
-    std::cout << qvthost::ShownJson(status, args.command, text.str()) << "\n";
-    return status;
+    return Emit(true, args.command, status, text.str());
 }
 
 // A script that cannot be read is a usage error before anything loads.
@@ -158,12 +167,7 @@ int ShowHelp(const std::vector<std::string> &words, bool json) {
         while (!message.empty() && message.back() == '\n') message.pop_back();
         return Fail(json, status, message);
     }
-    if (json) {
-        std::cout << qvthost::ShownJson(status, "help", text.str()) << "\n";
-    } else {
-        std::cout << text.str();
-    }
-    return status;
+    return Emit(json, "help", status, text.str());
 }
 
 // --json anywhere before the command word asks for a JSON error too.

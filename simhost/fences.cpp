@@ -64,19 +64,6 @@ bool FencedBlocks() {
     return State().fencedBlocks;
 }
 
-std::optional<AddressOwner> LocateAddress(const void *address) {
-    HostLock lock(State().mutex);
-    std::optional<AddressOwner> owner;
-    ForOwnedBlocks([&](const ObjectRecord &block) {
-        if (!owner && Within(block.storage.ReachBegin(), block.storage.ReachEnd(), address)) {
-            const auto offset = static_cast<std::ptrdiff_t>(reinterpret_cast<uintptr_t>(address) -
-                                                            reinterpret_cast<uintptr_t>(block.data));
-            owner = AddressOwner{HandleOf(block), NameOf(&block), block.size, offset};
-        }
-    });
-    return owner;
-}
-
 std::vector<BlockExtent> LiveBlockExtents() {
     HostLock lock(State().mutex);
     std::vector<BlockExtent> extents;
@@ -89,6 +76,15 @@ const BlockExtent *FindExtent(std::span<const BlockExtent> extents, const void *
         if (Within(e.reachBegin, e.reachEnd, address)) return &e;
     }
     return nullptr;
+}
+
+std::optional<AddressOwner> LocateAddress(const void *address) {
+    const std::vector<BlockExtent> extents = LiveBlockExtents();
+    const BlockExtent *extent = FindExtent(extents, address);
+    if (extent == nullptr) return std::nullopt;
+    const auto offset = static_cast<std::ptrdiff_t>(reinterpret_cast<uintptr_t>(address) -
+                                                    reinterpret_cast<uintptr_t>(extent->begin));
+    return AddressOwner{extent->block, extent->name, extent->size, offset};
 }
 
 namespace {
